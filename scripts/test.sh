@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs the whole test suite twice:
+# once in the debug build and once under AddressSanitizer + UndefinedBehaviorSanitizer.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/deps.sh
+status=0
+for preset in dev asan; do
+  echo "== $preset: build"
+  scripts/build.sh "$preset"
+  echo "== $preset: test"
+  ctest --preset "$preset" || status=1
+done
+exit $status
