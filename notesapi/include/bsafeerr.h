@@ -1,0 +1,13 @@
+/*
+ * bsafeerr.h - status codes of the security package (PKG_BSAFE).
+ */
+#ifndef BSAFE_ERR_DEFS
+#define BSAFE_ERR_DEFS
+
+#include "globerr.h"
+
+/* The user cancelled the password prompt. Often seen with STS_DISPLAYED
+   set (0x9728); compare after ERR(). */
+#define ERR_BSAFE_USER_ABORT (PKG_BSAFE+40)
+
+#endif /* BSAFE_ERR_DEFS */
