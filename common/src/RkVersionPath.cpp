@@ -1,0 +1,136 @@
+// Version folders of the install tree: parsing, comparing, counting and choosing.
+#include "RkVersionPath.h"
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "RkFileOpUtil.h"
+
+namespace {
+
+constexpr size_t kWorkBufferSize = 1024;
+constexpr size_t kMaxBaseLength = 1020;
+
+struct Version {
+    int major;
+    int minor;
+    int third;
+    int fourth;
+};
+
+int compareVersions(const Version& a, const Version& b) {
+    const int left[] = {a.major, a.minor, a.third, a.fourth};
+    const int right[] = {b.major, b.minor, b.third, b.fourth};
+    for (int i = 0; i < 4; ++i) {
+        if (left[i] != right[i]) return left[i] > right[i] ? 1 : -1;
+    }
+    return 0;
+}
+
+Version parseVersion(const char* path) {
+    Version version{0, 0, 0, 0};
+    RkParseVersionStr(path, &version.major, &version.minor, &version.third, &version.fourth);
+    return version;
+}
+
+// Appends text when the whole still fits in capacity bytes with its zero.
+bool appendBounded(char* buffer, size_t capacity, const char* text) {
+    size_t used = strlen(buffer);
+    size_t length = strlen(text);
+    if (used + length >= capacity) return false;
+    memcpy(buffer + used, text, length + 1);
+    return true;
+}
+
+// base/sub/V* into pattern (kWorkBufferSize bytes). A pattern that would not fit is refused
+// rather than cut, since a cut pattern names some other folder.
+bool buildVersionPattern(const char* base, const char* sub, char* pattern) {
+    size_t length = base != nullptr ? strlen(base) : 0;
+    if (length == 0 || length > kMaxBaseLength) return false;
+    memcpy(pattern, base, length + 1);
+    bool endsInSeparator = base[length - 1] == '/' || base[length - 1] == '\\';
+    return (endsInSeparator || appendBounded(pattern, kWorkBufferSize, "/")) &&
+           appendBounded(pattern, kWorkBufferSize, sub != nullptr ? sub : "") &&
+           appendBounded(pattern, kWorkBufferSize, "/") &&
+           appendBounded(pattern, kWorkBufferSize, "V*");
+}
+
+// Calls visit(path) for each folder the pattern lists, in listing order.
+template <typename Visit>
+void forEachVersionFolder(const char* pattern, Visit visit) {
+    RkRPXDirList list(pattern);
+    while (list.hasNext()) {
+        std::string path = list.getNext();
+        if (RkRPXFileOpUtil::isDir(path.c_str())) visit(path);
+    }
+}
+
+// The folder whose version compares to the best so far as wanted (1: newer, -1: older).
+char* findVersionFolder(const char* base, const char* sub, char* out, unsigned long size,
+                        Version best, int wanted) {
+    char pattern[kWorkBufferSize];
+    if (out == nullptr || size == 0 || !buildVersionPattern(base, sub, pattern)) return nullptr;
+    forEachVersionFolder(pattern, [&](const std::string& path) {
+        Version version = parseVersion(path.c_str());
+        if (compareVersions(version, best) != wanted) return;  // a tie keeps the earlier one
+        best = version;
+        out[size - 1] = '\0';
+        strncpy(out, path.c_str(), size - 1);
+    });
+    return best.major != 0 ? out : nullptr;
+}
+
+}  // namespace
+
+void RkParseVersionStr(const char* path, int* major, int* minor, int* third, int* fourth) {
+    if (path == nullptr || major == nullptr || minor == nullptr || third == nullptr ||
+        fourth == nullptr) {
+        return;
+    }
+    char buffer[kWorkBufferSize];
+    buffer[kWorkBufferSize - 1] = '\0';
+    strncpy(buffer, path, kWorkBufferSize - 1);
+    size_t length = strlen(buffer);
+    if (length > 0 && (buffer[length - 1] == '/' || buffer[length - 1] == '\\')) {
+        buffer[length - 1] = '\0';
+    }
+    const char* name = strrchr(buffer, '/');
+    if (name == nullptr) name = strrchr(buffer, '\\');
+    name = name != nullptr ? name + 1 : buffer;
+
+    // The first character is skipped whatever it is, so "5.6.1" loses its 5: intended.
+    const char* digits = *name != '\0' ? name + 1 : name;
+    int a = 0, b = 0, c = 0, d = 0;
+    switch (sscanf(digits, "%d.%d.%d.%d", &a, &b, &c, &d)) {
+        case 1: *major = a; *minor = 0; *third = 0; *fourth = 0; break;
+        case 2: *major = a; *minor = b; *third = 0; *fourth = 0; break;
+        // Three numbers put the last in the fourth place and 0 in the third: intended.
+        case 3: *major = a; *minor = b; *third = 0; *fourth = c; break;
+        case 4: *major = a; *minor = b; *third = c; *fourth = d; break;
+        default: *major = 0; *minor = 0; *third = 0; *fourth = 0; break;
+    }
+}
+
+int RkVersionStrCmp(const char* a, const char* b) {
+    return compareVersions(parseVersion(a), parseVersion(b));
+}
+
+int GetPathCountN(const char* base, const char* sub) {
+    char pattern[kWorkBufferSize];
+    if (!buildVersionPattern(base, sub, pattern)) return -1;
+    int count = 0;
+    forEachVersionFolder(pattern, [&](const std::string&) { ++count; });
+    return count;
+}
+
+char* GetLatestPathN(const char* base, const char* sub, char* out, unsigned long size) {
+    // A major of 0 may have been written into out while the result is NULL: kept as it is.
+    return findVersionFolder(base, sub, out, size, Version{0, 0, 0, 0}, 1);
+}
+
+char* GetOldestPathN(const char* base, const char* sub, char* out, unsigned long size) {
+    // With no version folder at all the start value's major stays and out is returned
+    // unwritten, unlike GetLatestPathN: intended.
+    return findVersionFolder(base, sub, out, size, Version{32767, 32767, 32767, 32767}, -1);
+}
