@@ -4,6 +4,8 @@
 #define RK_COMMON_H
 
 #include "RkCommonUtil.h"
+#include "RkFileOpUtil.h"
+#include "RkIniReader.h"
 #include "RkLMBCS.h"
 #include "RkVersionPath.h"
 #include "RkRPXInit.h"

@@ -17,4 +17,12 @@ char* GetLatestPathN(const char* base, const char* sub, char* out, unsigned long
 // The same for the oldest; returns out unwritten when base/sub holds no version folder.
 char* GetOldestPathN(const char* base, const char* sub, char* out, unsigned long size);
 
+// The notes.ini setting that names the product's install folder (LMBCS).
+extern const char lmbcVeltrixInstallPath[];
+// The newest version folder of a component of the install folder, into out (size bytes).
+// Index 1 program, 2 engine/kestrel, 3 engine/whimbrel, 4 engine/avocet, 5 pattern/kestrel (the
+// folder itself, unlooked-at), 6 pattern/whimbrel, 7 engine/plover. Returns out, or NULL for
+// another index, an unset install folder or no version folder.
+char* RkGetLatestPath(int index, char* out, unsigned long size);
+
 #endif
