@@ -1,0 +1,53 @@
+/* Extensions of the emulated Notes platform that the real platform does not have.
+ * Only the tools (nsfdb, rpxserver) and the emulator's own tests use them; the product
+ * never includes this header. Everything else is reached through the real API.
+ *
+ * Where the platform's documentation leaves a behaviour open, the emulator does this:
+ * - Databases are SQLite files (see notesapi/emu/src/Store.h for the schema); ".nsf" may be
+ *   left out of a Notes path and '\' is accepted as a separator. Directory handles are not
+ *   supported: NSFDbOpen of a folder gives ERR_DIRECTORY.
+ * - Note IDs start at 0x2102 and go up in steps of 4; they are never reused.
+ * - NSFNoteUpdate of a new note (ID 0) whose UNID a live note has fails with ERR_CONFLICT;
+ *   a deletion stub of that UNID gives way (the new note gets a new note ID).
+ *   NOTEID_ADD_OR_REPLACE and NOTEID_ADD_UNID behave as the toolkit documents them.
+ * - NSFDbCopyNote keeps the originator ID only between replicas (same replica ID) and then
+ *   replaces the target's note of that UNID; otherwise the copy gets a new OID.
+ *   NSFDbCreateAndCopy keeps every note's OID and gives new note IDs.
+ * - NSFItemGetText reads a text list's first entry and shows a number or time as
+ *   NSFItemConvertToText does (its first value for a list); other types read as empty.
+ *   NSFItemDelete removes the first item of that name only.
+ * - OSTranslate writes a NUL after its result when there is room (never counted).
+ * - Search formulas and summary buffers see summary items (ITEM_SUMMARY) only, as on the
+ *   platform: tools that build notes must mark the items a formula needs as summary.
+ * - Stale, zero and wrong-kind handles: ERR_OS_FREE_HANDLE, ERR_OS_NULL_HANDLE,
+ *   ERR_OS_HANDLE_RANGE; OSLockObject gives NULL. OSMemFree of a locked object gives
+ *   ERR_OS_STILL_LOCKED, of item memory owned by a note ERR_OS_HANDLE_RANGE. */
+#ifndef EMU_NOTESEMU_H
+#define EMU_NOTESEMU_H
+
+#include "global.h"
+#include "nsfdata.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Sets the build version that NSFDbGetBuildVersion reports for this database. */
+STATUS LNPUBLIC EmuDbSetBuildVersion(DBHANDLE hDB, WORD version);
+
+/* The note ID that the next new note of this database receives; it must be above every
+ * note ID the database has used (ERR_NOTE_ID otherwise). Lets a dump be recreated with its IDs. */
+STATUS LNPUBLIC EmuDbSetNextNoteID(DBHANDLE hDB, NOTEID nextNoteID);
+
+/* When TRUE, NSFSearch also reports notes that do not match the formula, with SE_FMATCH
+ * clear, as the platform does for incremental searches. Process-wide; default FALSE. */
+void LNPUBLIC EmuSearchReportNonMatches(BOOL report);
+
+/* Number of database, note and memory handles currently open (for leak reports). */
+DWORD LNPUBLIC EmuOpenHandleCount(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

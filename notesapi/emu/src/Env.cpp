@@ -1,0 +1,294 @@
+// Start-up, notes.ini settings, the data and program directories and the
+// server's name.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Emu.h"
+
+namespace emu {
+namespace {
+
+struct Settings {
+	std::string iniPath;
+	// In file order; names compare case-insensitively.
+	std::vector<std::pair<std::string, std::string>> values;
+};
+
+Settings& TheSettings() {
+	static Settings settings;
+	return settings;
+}
+
+void Put(Settings& settings, std::string_view name, std::string_view value) {
+	for (auto& entry : settings.values)
+		if (NameEquals(entry.first, name)) {
+			entry.second.assign(value);
+			return;
+		}
+	settings.values.emplace_back(std::string(name), std::string(value));
+}
+
+std::string Trim(const std::string& text) {
+	size_t begin = text.find_first_not_of(" \t\r\n");
+	if (begin == std::string::npos) return std::string();
+	size_t end = text.find_last_not_of(" \t\r\n");
+	return text.substr(begin, end - begin + 1);
+}
+
+// notes.ini: an optional "[Notes]" line, then Name=Value lines. Lines
+// without '=' and other section headers are ignored; a later value of the
+// same name wins, as when the server rewrites the file.
+bool ReadIni(const std::string& path, Settings& out) {
+	std::ifstream in(path);
+	if (!in) return false;
+	out.iniPath = path;
+	out.values.clear();
+	std::string line;
+	while (std::getline(in, line)) {
+		std::string text = Trim(line);
+		if (text.empty() || text[0] == '[' || text[0] == ';') continue;
+		size_t eq = text.find('=');
+		if (eq == std::string::npos || eq == 0) continue;
+		Put(out, Trim(text.substr(0, eq)), text.substr(eq + 1));
+	}
+	return true;
+}
+
+std::string FolderOf(const std::string& path) {
+	size_t slash = path.find_last_of('/');
+	if (slash == std::string::npos) return ".";
+	return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string AbsoluteFromCwd(const std::string& path) {
+	if (!path.empty() && path[0] == '/') return path;
+	char cwd[4096];
+	if (!::getcwd(cwd, sizeof cwd)) return path;
+	return std::string(cwd) + "/" + path;
+}
+
+// Removes ".", ".." and repeated separators; keeps a leading '/'.
+std::string Normalise(const std::string& path) {
+	std::vector<std::string> parts;
+	size_t i = 0;
+	while (i <= path.size()) {
+		size_t j = path.find('/', i);
+		if (j == std::string::npos) j = path.size();
+		std::string part = path.substr(i, j - i);
+		if (part == "..") {
+			if (!parts.empty()) parts.pop_back();
+		} else if (!part.empty() && part != ".") {
+			parts.push_back(part);
+		}
+		i = j + 1;
+	}
+	std::string out;
+	for (const std::string& part : parts) out += "/" + part;
+	return out.empty() ? "/" : out;
+}
+
+// Copies text into a caller's buffer of capacity+1 bytes, always terminated.
+WORD CopyOut(const std::string& text, char* out, size_t capacity) {
+	size_t n = std::min(text.size(), capacity);
+	std::memcpy(out, text.data(), n);
+	out[n] = '\0';
+	return static_cast<WORD>(n);
+}
+
+}  // namespace
+
+bool GetSetting(std::string_view name, std::string& value) {
+	for (const auto& entry : TheSettings().values)
+		if (NameEquals(entry.first, name)) {
+			value = entry.second;
+			return true;
+		}
+	return false;
+}
+
+void SetSetting(std::string_view name, std::string_view value) {
+	Put(TheSettings(), name, value);
+}
+
+std::string DataDirectory() {
+	std::string dir;
+	if (GetSetting("Directory", dir) && !dir.empty()) return Normalise(AbsoluteFromCwd(dir));
+	return Normalise(AbsoluteFromCwd("."));
+}
+
+std::string ServerName() {
+	std::string name;
+	GetSetting("ServerName", name);
+	return name;
+}
+
+std::string ResolvePath(const std::string& notesPath) {
+	std::string path = notesPath;
+	std::replace(path.begin(), path.end(), '\\', '/');
+	if (path.empty() || path[0] != '/') path = DataDirectory() + "/" + path;
+	return Normalise(path);
+}
+
+}  // namespace emu
+
+using namespace emu;
+
+// ---- Start-up ------------------------------------------------------------------
+
+namespace {
+
+STATUS InitFromIni(const std::string& iniPath) {
+	Settings settings;
+	if (!ReadIni(iniPath, settings)) return ERR_NO_NOTESINI;
+	settings.iniPath = Normalise(AbsoluteFromCwd(iniPath));
+	TheSettings() = std::move(settings);
+	return NOERROR;
+}
+
+}  // namespace
+
+STATUS LNPUBLIC NotesInitExtended(int argc, char far* far* argv) {
+	ApiLock lock(ApiMutex());
+	if (STATUS s = CheckCall("NotesInitExtended")) return s;
+	for (int i = 1; argv && i < argc; ++i)
+		if (argv[i] && argv[i][0] == '=' && argv[i][1] != '\0') return InitFromIni(argv[i] + 1);
+	const char* fromEnv = std::getenv("NOTES_INI");
+	if (fromEnv && *fromEnv) return InitFromIni(fromEnv);
+	return ERR_NO_NOTESINI;
+}
+
+STATUS LNPUBLIC NotesInitIni(char far* pConfigFileName) {
+	ApiLock lock(ApiMutex());
+	if (STATUS s = CheckCall("NotesInitIni")) return s;
+	if (!pConfigFileName || !*pConfigFileName) return ERR_NO_NOTESINI;
+	return InitFromIni(pConfigFileName);
+}
+
+STATUS LNPUBLIC NotesInit(void) {
+	char* argv[] = {nullptr};
+	return NotesInitExtended(0, argv);
+}
+
+void LNPUBLIC NotesTerm(void) {
+	ApiLock lock(ApiMutex());
+	CheckCall("NotesTerm");
+	ReleaseAllHandles();
+}
+
+STATUS LNPUBLIC NotesInitThread(void) {
+	ApiLock lock(ApiMutex());
+	return CheckCall("NotesInitThread");
+}
+
+void LNPUBLIC NotesTermThread(void) {
+	ApiLock lock(ApiMutex());
+	CheckCall("NotesTermThread");
+}
+
+// ---- Settings ------------------------------------------------------------------
+
+BOOL LNPUBLIC OSGetEnvironmentString(const char far* VariableName, char far* retValueBuffer,
+                                     WORD BufferLength) {
+	ApiLock lock(ApiMutex());
+	if (CheckCall("OSGetEnvironmentString") || !VariableName) return FALSE;
+	std::string value;
+	bool found = GetSetting(VariableName, value);
+	if (retValueBuffer) CopyOut(found ? value : std::string(), retValueBuffer, BufferLength);
+	return found ? TRUE : FALSE;
+}
+
+long LNPUBLIC OSGetEnvironmentLong(const char far* VariableName) {
+	ApiLock lock(ApiMutex());
+	if (CheckCall("OSGetEnvironmentLong") || !VariableName) return 0;
+	std::string value;
+	if (!GetSetting(VariableName, value)) return 0;
+	return std::strtol(value.c_str(), nullptr, 10);
+}
+
+void LNPUBLIC OSSetEnvironmentVariable(const char far* VariableName, const char far* Value) {
+	ApiLock lock(ApiMutex());
+	if (CheckCall("OSSetEnvironmentVariable") || !VariableName || !*VariableName) return;
+	SetSetting(VariableName, Value ? Value : "");
+}
+
+void LNPUBLIC OSSetEnvironmentInt(const char far* VariableName, int Value) {
+	OSSetEnvironmentVariable(VariableName, std::to_string(Value).c_str());
+}
+
+// ---- Directories and names ---------------------------------------------------------
+
+WORD LNPUBLIC OSGetDataDirectory(char far* retPathName) {
+	ApiLock lock(ApiMutex());
+	if (CheckCall("OSGetDataDirectory") || !retPathName) return 0;
+	return CopyOut(DataDirectory(), retPathName, MAXPATH - 1);
+}
+
+void LNPUBLIC OSGetExecutableDirectory(char* retPathName) {
+	ApiLock lock(ApiMutex());
+	if (CheckCall("OSGetExecutableDirectory") || !retPathName) return;
+	std::string program;
+	if (!GetSetting("NotesProgram", program) || program.empty())
+		program = TheSettings().iniPath.empty() ? DataDirectory() : FolderOf(TheSettings().iniPath);
+	CopyOut(program, retPathName, MAXPATH - 1);
+}
+
+WORD LNPUBLIC OSGetIniFileName(char far* retPathName) {
+	ApiLock lock(ApiMutex());
+	if (CheckCall("OSGetIniFileName") || !retPathName) return 0;
+	return CopyOut(TheSettings().iniPath, retPathName, MAXPATH - 1);
+}
+
+STATUS LNPUBLIC SECKFMGetUserName(char far* retUserName) {
+	ApiLock lock(ApiMutex());
+	if (STATUS s = CheckCall("SECKFMGetUserName")) return s;
+	if (!retUserName) return ERR_UNKNOWN;
+	CopyOut(ServerName(), retUserName, MAXUSERNAME - 1);
+	return NOERROR;
+}
+
+// ---- Network path names ----------------------------------------------------------
+// "port!!server!!file"; without a port "server!!file", without a server the file alone.
+
+STATUS LNPUBLIC OSPathNetConstruct(const char far* PortName, const char far* ServerName,
+                                   const char far* FileName, char far* retPathName) {
+	ApiLock lock(ApiMutex());
+	if (STATUS s = CheckCall("OSPathNetConstruct")) return s;
+	if (!retPathName || !FileName) return ERR_INV_FILE_NAME;
+	std::string path;
+	if (PortName && *PortName) path += std::string(PortName) + "!!";
+	if (ServerName && *ServerName) path += std::string(ServerName) + "!!";
+	path += FileName;
+	if (path.size() > MAXPATH - 1) return ERR_INV_FILE_NAME;
+	CopyOut(path, retPathName, MAXPATH - 1);
+	return NOERROR;
+}
+
+STATUS LNPUBLIC OSPathNetParse(const char far* PathName, char far* retPortName, char far* retServerName,
+                               char far* retFileName) {
+	ApiLock lock(ApiMutex());
+	if (STATUS s = CheckCall("OSPathNetParse")) return s;
+	if (!PathName) return ERR_INV_FILE_NAME;
+	std::vector<std::string> parts;
+	std::string path(PathName, strnlen(PathName, MAXPATH - 1));
+	for (size_t start = 0;;) {
+		size_t sep = path.find("!!", start);
+		parts.push_back(path.substr(start, sep == std::string::npos ? std::string::npos : sep - start));
+		if (sep == std::string::npos) break;
+		start = sep + 2;
+	}
+	if (parts.size() > 3) return ERR_INV_FILE_NAME;
+	std::string port = parts.size() == 3 ? parts[0] : std::string();
+	std::string server = parts.size() >= 2 ? parts[parts.size() - 2] : std::string();
+	if (retPortName) CopyOut(port, retPortName, MAXPATH - 1);
+	if (retServerName) CopyOut(server, retServerName, MAXUSERNAME - 1);
+	if (retFileName) CopyOut(parts.back(), retFileName, MAXPATH - 1);
+	return NOERROR;
+}

@@ -1,0 +1,289 @@
+// Selection formulas (NSFFormulaCompile) and the note walk (NSFSearch).
+//
+// The walk reads the notes table in note-ID order, in batches, and only
+// the summary column of each row: like the platform, formulas and summary
+// buffers see summary items only. Callbacks run between batches, never
+// while a statement is open, so they may change the database freely.
+// The walk is bounded by the highest note ID at its start (notes created by
+// a callback are not visited) and, once anything was written, re-reads each
+// batched note before reporting it (deleted notes are skipped, changed ones
+// evaluated again). Note IDs do not change on update, so no note is
+// reported twice.
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Emu.h"
+#include "Formula.h"
+#include "Store.h"
+#include "Values.h"
+
+namespace emu {
+namespace {
+
+namespace fml = emu::formula;
+
+bool gReportNonMatches = false;
+
+constexpr size_t kBatchSize = 1024;
+
+// Field values for the formula engine, straight from an encoded summary blob.
+class SummaryFields : public fml::FieldSource {
+public:
+	SummaryFields(const void* summary, size_t size) : summary_(summary), size_(size) {}
+
+	bool field(std::string_view name, fml::Value& out) const override {
+		bool found = false;
+		ForEachStoredItem(summary_, size_, [&](const StoredItemView& item) {
+			if (!NameEquals(item.name, name)) return true;
+			found = true;
+			Fill(item, out);
+			return false;
+		});
+		return found;
+	}
+
+private:
+	static void Fill(const StoredItemView& item, fml::Value& out) {
+		WORD type;
+		std::memcpy(&type, item.block, sizeof type);
+		const BYTE* value = item.block + sizeof type;
+		size_t length = item.blockLength - sizeof type;
+		out.numbers.clear();
+		if (type == TYPE_TEXT) {  // the common case, without allocations
+			out.kind = fml::Value::Kind::Text;
+			out.texts.resize(1);
+			out.texts[0].assign(reinterpret_cast<const char*>(value), length);
+			return;
+		}
+		out.texts.clear();
+		std::vector<std::string_view> texts;
+		if (TextEntries(type, value, length, texts)) {
+			out.kind = fml::Value::Kind::Text;
+			for (std::string_view t : texts) out.texts.emplace_back(t);
+		} else if (NumberEntries(type, value, length, out.numbers)) {
+			out.kind = fml::Value::Kind::Number;
+		} else {
+			out.kind = fml::Value::Kind::Error;  // times and other types have no formula value here
+		}
+	}
+
+	const void* summary_;
+	size_t size_;
+};
+
+struct Candidate {
+	SEARCH_MATCH match;
+	Bytes summary;  // ITEM_TABLE buffer when SEARCH_SUMMARY
+};
+
+struct Walk {
+	DbFile* file;
+	const fml::Program* program;
+	WORD flags;
+	WORD classMask;
+	const TIMEDATE* since;
+	bool reportNonMatches;
+	DBID dbid;
+};
+
+bool ModifiedSince(const TIMEDATE& modified, const TIMEDATE* since) {
+	if (!since) return true;
+	return TimeDateCompare(&modified, since) > 0;
+}
+
+// One row of the notes table as the walk sees it. summary points into the
+// statement's row and is valid until the next step.
+struct Row {
+	NOTEID id;
+	NoteHead head;
+	const void* summary;
+	size_t summarySize;
+};
+
+// A plain range scan of the table: class and deletion are tested here, in
+// C++, which keeps SQLite's work per row at that of a bare scan.
+const char* kBatch = "SELECT id, head, summary FROM notes WHERE id > ?1 AND id <= ?2 ORDER BY id";
+const char* kOneNote = "SELECT id, head, summary FROM notes WHERE id = ?1";
+
+// Reads the row's header; false when the walk does not report such notes.
+bool ReadRow(const Walk& walk, sqlite3_stmt* st, Row& row) {
+	row.id = static_cast<NOTEID>(sqlite3_column_int64(st, 0));
+	const void* head = sqlite3_column_blob(st, 1);
+	if (!head || static_cast<size_t>(sqlite3_column_bytes(st, 1)) < sizeof(NoteHead)) return false;
+	std::memcpy(&row.head, head, sizeof(NoteHead));
+	if ((row.head.noteClass & walk.classMask) == 0) return false;
+	if (row.head.deleted && !walk.since && !(walk.flags & SEARCH_ALL_VERSIONS)) return false;
+	if (walk.since && !ModifiedSince(row.head.modified, walk.since)) return false;
+	row.summary = nullptr;
+	row.summarySize = 0;
+	if (!row.head.deleted && (walk.program || (walk.flags & SEARCH_SUMMARY))) {
+		row.summary = sqlite3_column_blob(st, 2);
+		row.summarySize = static_cast<size_t>(sqlite3_column_bytes(st, 2));
+	}
+	return true;
+}
+
+// Evaluates the formula on a row; false when the note is not to be reported.
+bool Consider(const Walk& walk, const Row& row, Candidate& out) {
+	WORD noteClass = row.head.noteClass;
+	bool matches = false;
+	if (!row.head.deleted) {
+		bool formulaApplies =
+		    walk.program && !((walk.flags & SEARCH_DATAONLY_FORMULA) && !(noteClass & NOTE_CLASS_DATA));
+		matches = !formulaApplies || fml::Selects(*walk.program, SummaryFields(row.summary, row.summarySize));
+		if (!matches && !walk.reportNonMatches) return false;
+	} else if (walk.flags & SEARCH_NOTIFYDELETIONS) {
+		noteClass |= NOTE_CLASS_NOTIFYDELETION;
+	}
+	std::memset(&out.match, 0, sizeof out.match);
+	out.match.ID.File = walk.dbid;
+	out.match.ID.Note = row.head.modified;
+	out.match.ID.NoteID = row.id;
+	out.match.OriginatorID = row.head.oid;
+	out.match.NoteClass = noteClass;
+	out.match.SERetFlags = matches ? SE_FMATCH : SE_FNOMATCH;
+	out.summary.clear();
+	if ((walk.flags & SEARCH_SUMMARY) && !row.head.deleted) {
+		out.summary = BuildSummaryBuffer(row.summary, row.summarySize);
+		out.match.SummaryLength = static_cast<WORD>(out.summary.size());
+	}
+	return true;
+}
+
+// Reads the next batch after lastId; returns false at the end.
+STATUS ReadBatch(const Walk& walk, NOTEID& lastId, NOTEID maxId, std::vector<Candidate>& batch, bool& more) {
+	sqlite3_stmt* st = walk.file->Prepare(kBatch);
+	if (!st) return ERR_IOERROR;
+	sqlite3_bind_int64(st, 1, lastId);
+	sqlite3_bind_int64(st, 2, maxId);
+	batch.clear();
+	size_t rows = 0;
+	int rc = SQLITE_DONE;
+	Candidate candidate;
+	Row row;
+	while (rows < kBatchSize && (rc = sqlite3_step(st)) == SQLITE_ROW) {
+		++rows;
+		if (ReadRow(walk, st, row) && Consider(walk, row, candidate)) batch.push_back(std::move(candidate));
+		lastId = row.id;
+	}
+	more = rows == kBatchSize;
+	sqlite3_reset(st);
+	return rows == kBatchSize || rc == SQLITE_DONE ? NOERROR : ERR_IOERROR;
+}
+
+// Looks at a batched note again after the database changed.
+bool Refresh(const Walk& walk, Candidate& candidate) {
+	sqlite3_stmt* st = walk.file->Prepare(kOneNote);
+	if (!st) return false;
+	sqlite3_bind_int64(st, 1, candidate.match.ID.NoteID);
+	Row row;
+	bool keep = sqlite3_step(st) == SQLITE_ROW && ReadRow(walk, st, row) && Consider(walk, row, candidate);
+	sqlite3_reset(st);
+	return keep;
+}
+
+STATUS RunSearch(DBHANDLE hDB, const Walk& walk, NSFSEARCHPROC routine, void* parameter) {
+	NOTEID maxId = 0;
+	if (STATUS s = walk.file->HighestNoteId(maxId)) return s;
+	std::vector<Candidate> batch;
+	NOTEID lastId = 0;
+	bool more = true;
+	while (more) {
+		if (STATUS s = ReadBatch(walk, lastId, maxId, batch, more)) return s;
+		uint64_t loadedAt = walk.file->generation();
+		for (Candidate& candidate : batch) {
+			if (walk.file->generation() != loadedAt && !Refresh(walk, candidate)) continue;
+			ITEM_TABLE* summary =
+			    (walk.flags & SEARCH_SUMMARY) && !candidate.summary.empty()
+			        ? reinterpret_cast<ITEM_TABLE*>(candidate.summary.data())
+			        : nullptr;
+			SEARCH_MATCH match = candidate.match;
+			if (!routine) continue;
+			if (STATUS s = routine(parameter, &match, summary)) return s;
+			// The callback may have closed the database it is searching.
+			DatabaseObject* db;
+			if (STATUS s = FindDatabase(hDB, db)) return s;
+		}
+	}
+	return NOERROR;
+}
+
+}  // namespace
+}  // namespace emu
+
+using namespace emu;
+
+STATUS LNPUBLIC NSFFormulaCompile(char far* /*FormulaName*/, WORD /*FormulaNameLength*/,
+                                  const char far* FormulaText, WORD FormulaTextLength,
+                                  FORMULAHANDLE far* rethFormula, WORD far* retFormulaLength,
+                                  STATUS far* retCompileError, WORD far* retCompileErrorLine,
+                                  WORD far* retCompileErrorColumn, WORD far* retCompileErrorOffset,
+                                  WORD far* retCompileErrorLength) {
+	ApiLock lock(ApiMutex());
+	if (rethFormula) *rethFormula = NULLHANDLE;
+	if (STATUS s = CheckCall("NSFFormulaCompile")) return s;
+	std::string_view text;
+	if (FormulaText)
+		text = std::string_view(FormulaText, FormulaTextLength == MAXWORD ? std::strlen(FormulaText)
+		                                                                  : FormulaTextLength);
+	fml::CompileError error;
+	std::unique_ptr<fml::Program> program = fml::Compile(text, error);
+	std::vector<unsigned char> bytes;
+	if (program) bytes = fml::Serialize(*program);
+	if (program && bytes.size() > MAXWORD) {
+		program.reset();
+		error = fml::CompileError();
+		error.status = ERR_FORMULA_COMPILATION;
+		error.line = 1;
+		error.column = 1;
+	}
+	if (retCompileError) *retCompileError = program ? NOERROR : error.status;
+	if (retCompileErrorLine) *retCompileErrorLine = error.line;
+	if (retCompileErrorColumn) *retCompileErrorColumn = error.column;
+	if (retCompileErrorOffset) *retCompileErrorOffset = error.offset;
+	if (retCompileErrorLength) *retCompileErrorLength = error.length;
+	if (!program) return ERR_FORMULA_COMPILATION;
+	if (retFormulaLength) *retFormulaLength = static_cast<WORD>(bytes.size());
+	if (!rethFormula) return NOERROR;
+	*rethFormula = NewMemory(Bytes(bytes.begin(), bytes.end()));
+	return NOERROR;
+}
+
+STATUS LNPUBLIC NSFSearch(DBHANDLE hDB, FORMULAHANDLE hFormula, char far* /*ViewTitle*/, WORD SearchFlags,
+                          WORD NoteClassMask, TIMEDATE far* Since, NSFSEARCHPROC EnumRoutine,
+                          void far* EnumRoutineParameter, TIMEDATE far* retUntil) {
+	ApiLock lock(ApiMutex());
+	DatabaseObject* db;
+	if (STATUS s = FindDatabase(hDB, db)) return s;
+	std::shared_ptr<DbFile> file = db->file;  // kept alive even if a callback closes hDB
+	if (STATUS s = CheckCall("NSFSearch", file->path())) return s;
+	if (SearchFlags & SEARCH_FILETYPE) return ERR_NOT_SUPPORTED;
+	std::unique_ptr<fml::Program> program;
+	if (hFormula != NULLHANDLE) {
+		MemoryObject* mem;
+		if (STATUS s = FindMemory(hFormula, mem)) return s;
+		program = fml::Deserialize(mem->bytes->data(), mem->bytes->size());
+		if (!program) return ERR_INVALID_FORMULA;
+	}
+	DbSettings settings;
+	if (STATUS s = file->ReadSettings(settings)) return s;
+	TIMEDATE until = Now();
+	Walk walk{file.get(),
+	          program.get(),
+	          SearchFlags,
+	          NoteClassMask,
+	          Since,
+	          gReportNonMatches || Since != nullptr || (SearchFlags & SEARCH_ALL_VERSIONS) != 0,
+	          settings.dbid};
+	STATUS status = RunSearch(hDB, walk, EnumRoutine, EnumRoutineParameter);
+	if (status == NOERROR && retUntil) *retUntil = until;
+	return status;
+}
+
+void LNPUBLIC EmuSearchReportNonMatches(BOOL report) {
+	ApiLock lock(ApiMutex());
+	gReportNonMatches = report != FALSE;
+}

@@ -1,0 +1,456 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "Store.h"
+
+namespace emu {
+namespace {
+
+constexpr const char* kFormatTag = "notesemu-nsf-1";
+
+constexpr const char* kSchema =
+    "CREATE TABLE meta(key TEXT PRIMARY KEY, value) WITHOUT ROWID;"
+    "CREATE TABLE notes("
+    "  id INTEGER PRIMARY KEY,"
+    "  class INTEGER NOT NULL,"
+    "  deleted INTEGER NOT NULL DEFAULT 0,"
+    "  unid BLOB NOT NULL,"
+    "  head BLOB NOT NULL,"
+    "  summary BLOB,"
+    "  body BLOB);"
+    "CREATE UNIQUE INDEX notes_unid ON notes(unid);";
+
+std::map<std::string, std::weak_ptr<DbFile>>& Registry() {
+	static std::map<std::string, std::weak_ptr<DbFile>> registry;
+	return registry;
+}
+
+bool FileExists(const std::string& path) {
+	struct stat st;
+	return ::stat(path.c_str(), &st) == 0;
+}
+
+template <typename T>
+void BindStruct(sqlite3_stmt* st, int index, const T& value) {
+	sqlite3_bind_blob(st, index, &value, sizeof(T), SQLITE_TRANSIENT);
+}
+
+template <typename T>
+void ColumnStruct(sqlite3_stmt* st, int index, T& out) {
+	std::memset(&out, 0, sizeof(T));
+	const void* p = sqlite3_column_blob(st, index);
+	int n = sqlite3_column_bytes(st, index);
+	if (p && n > 0) std::memcpy(&out, p, std::min(static_cast<size_t>(n), sizeof(T)));
+}
+
+void DecodeInto(const void* data, size_t size,
+                std::vector<std::pair<WORD, Item>>& out) {
+	ForEachStoredItem(data, size, [&](const StoredItemView& v) {
+		Item item;
+		item.name.assign(v.name);
+		item.flags = v.flags;
+		item.block = std::make_shared<Bytes>(v.block, v.block + v.blockLength);
+		out.emplace_back(v.ordinal, std::move(item));
+		return true;
+	});
+}
+
+STATUS SqlStatus(int rc) {
+	switch (rc) {
+	case SQLITE_OK:
+	case SQLITE_DONE:
+	case SQLITE_ROW: return NOERROR;
+	case SQLITE_FULL: return ERR_DISK;
+	case SQLITE_NOMEM: return ERR_MEMORY;
+	case SQLITE_BUSY:
+	case SQLITE_LOCKED: return ERR_LOCK;
+	case SQLITE_READONLY:
+	case SQLITE_PERM: return ERR_PROTECTED;
+	case SQLITE_CONSTRAINT: return ERR_CONFLICT;
+	case SQLITE_NOTADB:
+	case SQLITE_CORRUPT: return ERR_NOT_NSF;
+	default: return ERR_IOERROR;
+	}
+}
+
+NoteHead HeadOf(const StoredNote& note, bool deleted) {
+	NoteHead head;
+	std::memset(&head, 0, sizeof head);
+	head.noteClass = note.noteClass;
+	head.deleted = deleted ? 1 : 0;
+	head.flags = note.flags;
+	head.oid = note.oid;
+	head.modified = note.modified;
+	head.added = note.added;
+	return head;
+}
+
+}  // namespace
+
+DbFile::~DbFile() {
+	for (auto& entry : statements_) sqlite3_finalize(entry.second);
+	sqlite3_close(db_);
+	auto& registry = Registry();
+	auto it = registry.find(path_);
+	if (it != registry.end() && it->second.expired()) registry.erase(it);
+}
+
+STATUS DbFile::OpenConnection(const std::string& path, bool create, sqlite3*& db) {
+	// Calls are serialised by the API lock, so SQLite's own per-call mutex is not needed.
+	int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (create ? SQLITE_OPEN_CREATE : 0);
+	db = nullptr;
+	int rc = sqlite3_open_v2(path.c_str(), &db, flags, nullptr);
+	if (rc != SQLITE_OK) {
+		sqlite3_close(db);
+		db = nullptr;
+		return create ? ERR_CREATE : ERR_NOT_NSF;
+	}
+	sqlite3_busy_timeout(db, 5000);
+	sqlite3_exec(db, "PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr);
+	// Reads straight from the mapped file: searches walk whole tables.
+	sqlite3_exec(db, "PRAGMA mmap_size=0", nullptr, nullptr, nullptr);
+	return NOERROR;
+}
+
+STATUS DbFile::Create(const std::string& path, const DbSettings& settings) {
+	if (FileExists(path)) return ERR_EXISTS;
+	sqlite3* db;
+	if (STATUS s = OpenConnection(path, true, db)) return s;
+	std::shared_ptr<DbFile> file(new DbFile(path, db));
+	STATUS status = NOERROR;
+	{
+		Transaction tx(*file);
+		status = tx.status();
+		if (status == NOERROR) status = SqlStatus(sqlite3_exec(db, kSchema, nullptr, nullptr, nullptr));
+		if (status == NOERROR) {
+			sqlite3_stmt* st = file->Prepare("INSERT INTO meta(key, value) VALUES('format', ?1)");
+			sqlite3_bind_text(st, 1, kFormatTag, -1, SQLITE_STATIC);
+			status = SqlStatus(sqlite3_step(st));
+		}
+		if (status == NOERROR) status = file->WriteSettings(settings);
+		if (status == NOERROR) status = tx.Commit();
+	}
+	file.reset();
+	if (status != NOERROR) ::unlink(path.c_str());
+	return status;
+}
+
+bool DbFile::IsOpen(const std::string& path) {
+	auto it = Registry().find(path);
+	return it != Registry().end() && !it->second.expired();
+}
+
+STATUS DbFile::Open(const std::string& path, std::shared_ptr<DbFile>& out) {
+	auto& registry = Registry();
+	auto it = registry.find(path);
+	if (it != registry.end()) {
+		if (auto existing = it->second.lock()) {
+			out = existing;
+			return NOERROR;
+		}
+	}
+	if (!FileExists(path)) return ERR_NOEXIST;
+	sqlite3* db;
+	if (STATUS s = OpenConnection(path, false, db)) return s;
+	std::shared_ptr<DbFile> file(new DbFile(path, db));
+	sqlite3_stmt* st = file->Prepare("SELECT value FROM meta WHERE key = 'format'");
+	bool ours = st && sqlite3_step(st) == SQLITE_ROW &&
+	            std::string_view(reinterpret_cast<const char*>(sqlite3_column_text(st, 0))) ==
+	                kFormatTag;
+	if (st) sqlite3_reset(st);
+	if (!ours) return ERR_NOT_NSF;
+	registry[path] = file;
+	out = std::move(file);
+	return NOERROR;
+}
+
+sqlite3_stmt* DbFile::Prepare(const char* sqlText) {
+	auto it = statements_.find(sqlText);
+	if (it != statements_.end()) {
+		sqlite3_reset(it->second);
+		sqlite3_clear_bindings(it->second);
+		return it->second;
+	}
+	sqlite3_stmt* st = nullptr;
+	if (sqlite3_prepare_v3(db_, sqlText, -1, SQLITE_PREPARE_PERSISTENT, &st, nullptr) != SQLITE_OK) {
+		sqlite3_finalize(st);
+		return nullptr;
+	}
+	statements_[sqlText] = st;
+	return st;
+}
+
+STATUS DbFile::Begin() {
+	if (transactionDepth_++ > 0) return NOERROR;
+	int rc = sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+	if (rc != SQLITE_OK) {
+		transactionDepth_ = 0;
+		return SqlStatus(rc);
+	}
+	return NOERROR;
+}
+
+STATUS DbFile::Commit() {
+	if (transactionDepth_ == 0) return NOERROR;
+	if (--transactionDepth_ > 0) return NOERROR;
+	int rc = sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr);
+	if (rc != SQLITE_OK) {
+		sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+		return SqlStatus(rc);
+	}
+	++generation_;
+	return NOERROR;
+}
+
+void DbFile::Rollback() {
+	if (transactionDepth_ == 0) return;
+	transactionDepth_ = 0;
+	sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+}
+
+STATUS DbFile::ReadSettings(DbSettings& out) {
+	sqlite3_stmt* st = Prepare("SELECT key, value FROM meta");
+	if (!st) return ERR_NOT_NSF;
+	int rc;
+	while ((rc = sqlite3_step(st)) == SQLITE_ROW) {
+		std::string_view key(reinterpret_cast<const char*>(sqlite3_column_text(st, 0)));
+		if (key == "dbid") ColumnStruct(st, 1, out.dbid);
+		else if (key == "replica") ColumnStruct(st, 1, out.replica);
+		else if (key == "info") {
+			const unsigned char* text = sqlite3_column_text(st, 1);
+			out.info = text ? reinterpret_cast<const char*>(text) : "";
+		} else if (key == "build") out.buildVersion = static_cast<WORD>(sqlite3_column_int(st, 1));
+		else if (key == "nextNoteId") out.nextNoteId = static_cast<NOTEID>(sqlite3_column_int64(st, 1));
+	}
+	sqlite3_reset(st);
+	return rc == SQLITE_DONE ? NOERROR : SqlStatus(rc);
+}
+
+STATUS DbFile::WriteSettings(const DbSettings& settings) {
+	Transaction tx(*this);
+	if (tx.status()) return tx.status();
+	const char* sqlText = "INSERT OR REPLACE INTO meta(key, value) VALUES(?1, ?2)";
+	auto put = [&](const char* key, auto bind) -> STATUS {
+		sqlite3_stmt* st = Prepare(sqlText);
+		if (!st) return ERR_IOERROR;
+		sqlite3_bind_text(st, 1, key, -1, SQLITE_STATIC);
+		bind(st);
+		STATUS s = SqlStatus(sqlite3_step(st));
+		sqlite3_reset(st);
+		return s;
+	};
+	STATUS s = put("dbid", [&](sqlite3_stmt* st) { BindStruct(st, 2, settings.dbid); });
+	if (!s) s = put("replica", [&](sqlite3_stmt* st) { BindStruct(st, 2, settings.replica); });
+	if (!s) s = put("info", [&](sqlite3_stmt* st) {
+		sqlite3_bind_text(st, 2, settings.info.c_str(), -1, SQLITE_TRANSIENT);
+	});
+	if (!s) s = put("build", [&](sqlite3_stmt* st) { sqlite3_bind_int(st, 2, settings.buildVersion); });
+	if (!s) s = put("nextNoteId", [&](sqlite3_stmt* st) {
+		sqlite3_bind_int64(st, 2, settings.nextNoteId);
+	});
+	if (s) return s;
+	return tx.Commit();
+}
+
+STATUS DbFile::ReadNote(NOTEID id, bool withItems, StoredNote& out) {
+	sqlite3_stmt* st = Prepare("SELECT head, summary, body FROM notes WHERE id = ?1");
+	if (!st) return ERR_IOERROR;
+	sqlite3_bind_int64(st, 1, id);
+	int rc = sqlite3_step(st);
+	if (rc != SQLITE_ROW) {
+		sqlite3_reset(st);
+		return rc == SQLITE_DONE ? ERR_INVALID_NOTE : SqlStatus(rc);
+	}
+	out.id = id;
+	NoteHead head;
+	ColumnStruct(st, 0, head);
+	out.noteClass = head.noteClass;
+	out.deleted = head.deleted != 0;
+	out.oid = head.oid;
+	out.modified = head.modified;
+	out.added = head.added;
+	out.flags = head.flags;
+	out.items.clear();
+	if (withItems && !out.deleted) {
+		std::vector<std::pair<WORD, Item>> ordered;
+		for (int column : {1, 2}) {
+			const void* blob = sqlite3_column_blob(st, column);
+			if (blob) DecodeInto(blob, static_cast<size_t>(sqlite3_column_bytes(st, column)), ordered);
+		}
+		std::stable_sort(ordered.begin(), ordered.end(),
+		                 [](const auto& a, const auto& b) { return a.first < b.first; });
+		for (auto& entry : ordered) out.items.push_back(std::move(entry.second));
+	}
+	sqlite3_reset(st);
+	return NOERROR;
+}
+
+STATUS DbFile::FindUnid(const UNID& unid, NOTEID& id, bool& deleted) {
+	sqlite3_stmt* st = Prepare("SELECT id, deleted FROM notes WHERE unid = ?1");
+	if (!st) return ERR_IOERROR;
+	BindStruct(st, 1, unid);
+	int rc = sqlite3_step(st);
+	STATUS status = ERR_NOT_FOUND;
+	if (rc == SQLITE_ROW) {
+		id = static_cast<NOTEID>(sqlite3_column_int64(st, 0));
+		deleted = sqlite3_column_int(st, 1) != 0;
+		status = NOERROR;
+	} else if (rc != SQLITE_DONE) {
+		status = SqlStatus(rc);
+	}
+	sqlite3_reset(st);
+	return status;
+}
+
+STATUS DbFile::WriteNote(const StoredNote& note) {
+	std::vector<const Item*> summary, body;
+	std::vector<WORD> summaryOrder, bodyOrder;
+	for (size_t i = 0; i < note.items.size(); ++i) {
+		bool isSummary = (note.items[i].flags & ITEM_SUMMARY) != 0;
+		(isSummary ? summary : body).push_back(&note.items[i]);
+		(isSummary ? summaryOrder : bodyOrder).push_back(static_cast<WORD>(i));
+	}
+	Bytes summaryBlob = EncodeItems(summary, summaryOrder);
+	Bytes bodyBlob = EncodeItems(body, bodyOrder);
+	sqlite3_stmt* st = Prepare(
+	    "INSERT OR REPLACE INTO notes(id, class, deleted, unid, head, summary, body)"
+	    " VALUES(?1, ?2, 0, ?3, ?4, ?5, ?6)");
+	if (!st) return ERR_IOERROR;
+	sqlite3_bind_int64(st, 1, note.id);
+	sqlite3_bind_int(st, 2, note.noteClass);
+	UNID unid = UnidOf(note.oid);
+	BindStruct(st, 3, unid);
+	BindStruct(st, 4, HeadOf(note, false));
+	sqlite3_bind_blob(st, 5, summaryBlob.data(), static_cast<int>(summaryBlob.size()), SQLITE_STATIC);
+	sqlite3_bind_blob(st, 6, bodyBlob.data(), static_cast<int>(bodyBlob.size()), SQLITE_STATIC);
+	STATUS s = SqlStatus(sqlite3_step(st));
+	sqlite3_reset(st);
+	return s;
+}
+
+STATUS DbFile::DeleteRow(NOTEID id) {
+	sqlite3_stmt* st = Prepare("DELETE FROM notes WHERE id = ?1");
+	if (!st) return ERR_IOERROR;
+	sqlite3_bind_int64(st, 1, id);
+	STATUS s = SqlStatus(sqlite3_step(st));
+	sqlite3_reset(st);
+	return s;
+}
+
+STATUS DbFile::WriteStub(const StoredNote& stub) {
+	sqlite3_stmt* st =
+	    Prepare("UPDATE notes SET deleted = 1, head = ?2, summary = NULL, body = NULL WHERE id = ?1");
+	if (!st) return ERR_IOERROR;
+	sqlite3_bind_int64(st, 1, stub.id);
+	BindStruct(st, 2, HeadOf(stub, true));
+	STATUS s = SqlStatus(sqlite3_step(st));
+	sqlite3_reset(st);
+	return s;
+}
+
+STATUS DbFile::AllocateNoteId(NOTEID& id) {
+	DbSettings settings;
+	if (STATUS s = ReadSettings(settings)) return s;
+	NOTEID highest = 0;
+	if (STATUS s = HighestNoteId(highest)) return s;
+	id = std::max(settings.nextNoteId, kFirstNoteId);
+	if (id <= highest) id = highest + kNoteIdStep;
+	if (id >= NOTEID_RESERVED) return ERR_NOTE_ID;
+	sqlite3_stmt* st = Prepare("UPDATE meta SET value = ?1 WHERE key = 'nextNoteId'");
+	if (!st) return ERR_IOERROR;
+	sqlite3_bind_int64(st, 1, static_cast<sqlite3_int64>(id) + kNoteIdStep);
+	STATUS s = SqlStatus(sqlite3_step(st));
+	sqlite3_reset(st);
+	return s;
+}
+
+STATUS DbFile::HighestNoteId(NOTEID& id) {
+	sqlite3_stmt* st = Prepare("SELECT max(id) FROM notes");
+	if (!st) return ERR_IOERROR;
+	int rc = sqlite3_step(st);
+	id = rc == SQLITE_ROW ? static_cast<NOTEID>(sqlite3_column_int64(st, 0)) : 0;
+	sqlite3_reset(st);
+	return rc == SQLITE_ROW ? NOERROR : SqlStatus(rc);
+}
+
+STATUS DbFile::NoteIdsOfClass(WORD classMask, std::vector<NOTEID>& ids) {
+	sqlite3_stmt* st = Prepare(
+	    "SELECT id FROM notes WHERE deleted = 0 AND (class & ?1) != 0 ORDER BY id");
+	if (!st) return ERR_IOERROR;
+	sqlite3_bind_int(st, 1, classMask);
+	int rc;
+	while ((rc = sqlite3_step(st)) == SQLITE_ROW)
+		ids.push_back(static_cast<NOTEID>(sqlite3_column_int64(st, 0)));
+	sqlite3_reset(st);
+	return rc == SQLITE_DONE ? NOERROR : SqlStatus(rc);
+}
+
+STATUS PutNewNote(DbFile& file, StoredNote& note, bool replaceLive) {
+	NOTEID existing = 0;
+	bool deleted = false;
+	STATUS s = file.FindUnid(UnidOf(note.oid), existing, deleted);
+	if (s == NOERROR && !deleted) {
+		if (!replaceLive) return ERR_CONFLICT;
+		note.id = existing;
+		return file.WriteNote(note);
+	}
+	if (s == NOERROR && deleted) s = file.DeleteRow(existing);
+	else if (s == ERR_NOT_FOUND) s = NOERROR;
+	if (s) return s;
+	if (STATUS a = file.AllocateNoteId(note.id)) return a;
+	return file.WriteNote(note);
+}
+
+Bytes EncodeItems(const std::vector<const Item*>& items, const std::vector<WORD>& ordinals) {
+	Bytes out;
+	for (size_t i = 0; i < items.size(); ++i) {
+		const Item& item = *items[i];
+		WORD nameLength = static_cast<WORD>(std::min<size_t>(item.name.size(), MAXWORD));
+		DWORD blockLength = static_cast<DWORD>(item.block->size());
+		size_t at = out.size();
+		out.resize(at + 10 + nameLength + blockLength);
+		BYTE* p = out.data() + at;
+		std::memcpy(p, &ordinals[i], 2);
+		std::memcpy(p + 2, &item.flags, 2);
+		std::memcpy(p + 4, &nameLength, 2);
+		std::memcpy(p + 6, &blockLength, 4);
+		std::memcpy(p + 10, item.name.data(), nameLength);
+		std::memcpy(p + 10 + nameLength, item.block->data(), blockLength);
+	}
+	return out;
+}
+
+Bytes BuildSummaryBuffer(const void* summary, size_t size) {
+	std::vector<StoredItemView> views;
+	size_t total = sizeof(ITEM_TABLE);
+	ForEachStoredItem(summary, size, [&](const StoredItemView& v) {
+		size_t need = sizeof(ITEM) + v.name.size() + v.blockLength;
+		if (total + need > MAXWORD || v.blockLength > MAXWORD) return false;
+		total += need;
+		views.push_back(v);
+		return true;
+	});
+	Bytes out(total);
+	ITEM_TABLE table{static_cast<USHORT>(total), static_cast<USHORT>(views.size())};
+	std::memcpy(out.data(), &table, sizeof table);
+	BYTE* descriptors = out.data() + sizeof(ITEM_TABLE);
+	BYTE* data = descriptors + views.size() * sizeof(ITEM);
+	for (const StoredItemView& v : views) {
+		ITEM item{static_cast<USHORT>(v.name.size()), static_cast<USHORT>(v.blockLength)};
+		std::memcpy(descriptors, &item, sizeof item);
+		descriptors += sizeof item;
+		std::memcpy(data, v.name.data(), v.name.size());
+		data += v.name.size();
+		std::memcpy(data, v.block, v.blockLength);
+		data += v.blockLength;
+	}
+	return out;
+}
+
+}  // namespace emu

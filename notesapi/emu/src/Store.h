@@ -1,0 +1,193 @@
+// An emulated database is one SQLite file. DbFile is the connection to one
+// such file, shared by every handle open on it (the registry is keyed by the
+// canonical path), and knows the file's schema:
+//
+//   meta(key, value)        format tag, database ID, info buffer, replica
+//                           information, build version, next note ID
+//   notes(id, class, deleted, unid, head, summary, body)
+//                           one row per note or deletion stub; head holds
+//                           the note's header (NoteHead) in one small blob
+//
+// A note's items are kept in two blobs, the summary items (the ones searches
+// and summary buffers see) and the others, so a search reads only the small
+// summary part of each row. Every item record keeps its position in the note
+// so the order of items survives the split.
+#ifndef EMU_STORE_H
+#define EMU_STORE_H
+
+#include <sqlite3.h>
+
+#include <cstring>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Emu.h"
+
+namespace emu {
+
+struct StoredNote {
+	NOTEID id = 0;
+	WORD noteClass = NOTE_CLASS_DOCUMENT;
+	bool deleted = false;
+	ORIGINATORID oid{};
+	TIMEDATE modified{};
+	TIMEDATE added{};
+	WORD flags = 0;
+	std::vector<Item> items;
+};
+
+// The header of a note row. Class and deletion are also columns of their
+// own, for the queries by class; a search reads only this blob.
+struct NoteHead {
+	WORD noteClass;
+	WORD deleted;
+	WORD flags;
+	WORD spare;
+	ORIGINATORID oid;
+	TIMEDATE modified;
+	TIMEDATE added;
+};
+
+struct DbSettings {
+	TIMEDATE dbid{};
+	std::string info;
+	DBREPLICAINFO replica{};
+	WORD buildVersion = 0;
+	NOTEID nextNoteId = 0;
+};
+
+// First note ID of a new database and the distance between IDs.
+constexpr NOTEID kFirstNoteId = 0x2102;
+constexpr NOTEID kNoteIdStep = 4;
+constexpr WORD kDefaultBuildVersion = 400;
+
+// A view of one stored item inside an encoded blob (no copy).
+struct StoredItemView {
+	WORD ordinal;
+	WORD flags;
+	std::string_view name;
+	const BYTE* block;  // type WORD + value
+	size_t blockLength;
+};
+
+// Calls f(view) for each item of an encoded blob; stops early when f returns
+// false. Returns false for a damaged blob.
+template <typename F>
+bool ForEachStoredItem(const void* data, size_t size, F&& f) {
+	const BYTE* p = static_cast<const BYTE*>(data);
+	const BYTE* end = p + size;
+	constexpr size_t kHeader = 2 + 2 + 2 + 4;
+	while (p < end) {
+		if (static_cast<size_t>(end - p) < kHeader) return false;
+		WORD ordinal, flags, nameLength;
+		DWORD blockLength;
+		std::memcpy(&ordinal, p, 2);
+		std::memcpy(&flags, p + 2, 2);
+		std::memcpy(&nameLength, p + 4, 2);
+		std::memcpy(&blockLength, p + 6, 4);
+		p += kHeader;
+		if (static_cast<size_t>(end - p) < static_cast<size_t>(nameLength) + blockLength ||
+		    blockLength < sizeof(WORD))
+			return false;
+		StoredItemView view{ordinal, flags,
+		                    std::string_view(reinterpret_cast<const char*>(p), nameLength),
+		                    p + nameLength, blockLength};
+		p += nameLength + blockLength;
+		if (!f(view)) return true;
+	}
+	return true;
+}
+
+class DbFile {
+public:
+	~DbFile();
+	DbFile(const DbFile&) = delete;
+	DbFile& operator=(const DbFile&) = delete;
+
+	// Creates a new, empty database file (ERR_EXISTS if the path is taken).
+	static STATUS Create(const std::string& path, const DbSettings& settings);
+	// Opens the file, sharing the connection already open on that path.
+	static STATUS Open(const std::string& path, std::shared_ptr<DbFile>& out);
+	// True while some handle has the file open.
+	static bool IsOpen(const std::string& path);
+
+	const std::string& path() const { return path_; }
+	// Bumped by every change written through this connection.
+	uint64_t generation() const { return generation_; }
+
+	STATUS ReadSettings(DbSettings& out);
+	STATUS WriteSettings(const DbSettings& settings);
+
+	// ERR_INVALID_NOTE when no row (stub or note) has this ID.
+	STATUS ReadNote(NOTEID id, bool withItems, StoredNote& out);
+	// ERR_NOT_FOUND when no row has this UNID.
+	STATUS FindUnid(const UNID& unid, NOTEID& id, bool& deleted);
+	// Writes a note row (insert or replace) with its items.
+	STATUS WriteNote(const StoredNote& note);
+	STATUS DeleteRow(NOTEID id);
+	// Turns a note into a deletion stub (no items) with the given header.
+	STATUS WriteStub(const StoredNote& stub);
+	// Takes the next free note ID and advances the counter.
+	STATUS AllocateNoteId(NOTEID& id);
+	STATUS HighestNoteId(NOTEID& id);
+	// IDs of the live notes of these classes, in ID order.
+	STATUS NoteIdsOfClass(WORD classMask, std::vector<NOTEID>& ids);
+
+	STATUS Begin();
+	STATUS Commit();
+	void Rollback();
+
+	sqlite3* sql() { return db_; }
+	// A cached prepared statement for this connection, reset and unbound.
+	sqlite3_stmt* Prepare(const char* sqlText);
+	void Touch() { ++generation_; }
+
+private:
+	DbFile(std::string path, sqlite3* db) : path_(std::move(path)), db_(db) {}
+	static STATUS OpenConnection(const std::string& path, bool create, sqlite3*& db);
+
+	std::string path_;
+	sqlite3* db_;
+	uint64_t generation_ = 0;
+	int transactionDepth_ = 0;
+	std::map<const char*, sqlite3_stmt*> statements_;
+};
+
+// A write transaction that rolls back unless committed.
+class Transaction {
+public:
+	explicit Transaction(DbFile& file) : file_(file), status_(file.Begin()) {}
+	~Transaction() {
+		if (status_ == NOERROR && !done_) file_.Rollback();
+	}
+	STATUS status() const { return status_; }
+	STATUS Commit() {
+		done_ = true;
+		return file_.Commit();
+	}
+
+private:
+	DbFile& file_;
+	STATUS status_;
+	bool done_ = false;
+};
+
+// Stores a note that is new to this file (inside the caller's transaction)
+// and assigns its note ID. A deletion stub with the same UNID gives way to
+// it; a live note with that UNID is replaced when replaceLive is true,
+// otherwise the call fails with ERR_CONFLICT.
+STATUS PutNewNote(DbFile& file, StoredNote& note, bool replaceLive);
+
+// Encodes items for the summary or the body column. ordinals[i] is the
+// position of items[i] in the note.
+Bytes EncodeItems(const std::vector<const Item*>& items, const std::vector<WORD>& ordinals);
+
+// Summary buffer (ITEM_TABLE) of the summary items in an encoded blob.
+Bytes BuildSummaryBuffer(const void* summary, size_t size);
+
+}  // namespace emu
+
+#endif
