@@ -1,0 +1,442 @@
+// JSON text -> DatabaseData, checking everything on the way.
+#include <cstring>
+#include <initializer_list>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "JsonFormat.h"
+#include "Names.h"
+#include "NotesSession.h"
+#include "Values.h"
+
+#include "acl.h"
+#include "names.h"
+#include "nsfdata.h"
+#include "nsfnote.h"
+
+namespace nsfdb {
+namespace {
+
+[[noreturn]] void Fail(const std::string& place, const std::string& problem) {
+    throw ToolError(place + ": " + problem);
+}
+
+std::string Member(const std::string& place, const std::string& key) {
+    return place.empty() ? key : place + "." + key;
+}
+
+std::string Element(const std::string& place, size_t index) {
+    return place + "[" + std::to_string(index) + "]";
+}
+
+// Tracks where the parser is, to name the place of a key given twice.
+class DuplicateKeyCheck {
+public:
+    bool operator()(int /*depth*/, Json::parse_event_t event, Json& parsed) {
+        switch (event) {
+            case Json::parse_event_t::object_start:
+            case Json::parse_event_t::array_start:
+                frames_.push_back(Frame{event == Json::parse_event_t::object_start, {}, {}, 0});
+                break;
+            case Json::parse_event_t::key: {
+                Frame& top = frames_.back();
+                top.key = parsed.get<std::string>();
+                if (!top.keys.insert(top.key).second)
+                    Fail(Place(), "the key \"" + top.key + "\" is given twice");
+                break;
+            }
+            case Json::parse_event_t::object_end:
+            case Json::parse_event_t::array_end:
+                frames_.pop_back();
+                ElementDone();
+                break;
+            case Json::parse_event_t::value:
+                ElementDone();
+                break;
+        }
+        return true;
+    }
+
+private:
+    struct Frame {
+        bool isObject;
+        std::set<std::string> keys;
+        std::string key;
+        size_t index;
+    };
+
+    void ElementDone() {
+        if (!frames_.empty() && !frames_.back().isObject) ++frames_.back().index;
+    }
+
+    std::string Place() const {
+        std::string place;
+        for (const Frame& frame : frames_)
+            place = frame.isObject ? Member(place, frame.key) : Element(place, frame.index);
+        return place.empty() ? "the document" : place;
+    }
+
+    std::vector<Frame> frames_;
+};
+
+void RequireObject(const Json& value, const std::string& place) {
+    if (!value.is_object()) Fail(place, "an object is expected");
+}
+
+void CheckKeys(const Json& object, std::initializer_list<const char*> known, const std::string& place) {
+    for (const auto& entry : object.items()) {
+        bool found = false;
+        for (const char* key : known) found = found || entry.key() == key;
+        if (!found) Fail(Member(place, entry.key()), "unknown key");
+    }
+}
+
+std::string String(const Json& value, const std::string& place) {
+    if (!value.is_string()) Fail(place, "a string is expected");
+    return value.get<std::string>();
+}
+
+// A whole number within [low, high].
+unsigned long long Whole(const Json& value, unsigned long long low, unsigned long long high,
+                         const std::string& place) {
+    bool whole = value.is_number_unsigned() || (value.is_number_integer() && value.get<long long>() >= 0);
+    unsigned long long number = whole ? value.get<unsigned long long>() : 0;
+    if (!whole || number < low || number > high)
+        Fail(place,
+             "a whole number from " + std::to_string(low) + " to " + std::to_string(high) + " is expected");
+    return number;
+}
+
+std::string Lmbcs(const std::string& utf8, const std::string& place) {
+    std::string lmbcs;
+    if (!Utf8ToLmbcs(utf8, lmbcs)) Fail(place, "the text cannot be stored (too long for one item)");
+    return lmbcs;
+}
+
+// A field of the database information buffer: one line of text.
+std::string InfoField(const Json& root, const char* key) {
+    if (!root.contains(key)) return std::string();
+    std::string text = String(root[key], key);
+    if (text.find('\n') != std::string::npos || text.find('\0') != std::string::npos)
+        Fail(key, "line breaks and NUL characters cannot be stored here");
+    return Lmbcs(text, key);
+}
+
+TIMEDATE TimedateField(const Json& value, const std::string& place) {
+    std::optional<TIMEDATE> time = ParseTimedate(String(value, place));
+    if (!time) Fail(place, "\"HHHHHHHH:LLLLLLLL\" (two groups of 8 hexadecimal digits) is expected");
+    return *time;
+}
+
+WORD Flags(const Json& value, const std::vector<FlagName>& names, const std::string& place) {
+    if (value.is_number()) return static_cast<WORD>(Whole(value, 0, MAXWORD, place));
+    if (!value.is_array()) Fail(place, "a list of flag names is expected");
+    WORD flags = 0;
+    for (size_t i = 0; i < value.size(); ++i) {
+        const Json& flag = value[i];
+        if (flag.is_number()) {
+            flags = static_cast<WORD>(flags | Whole(flag, 0, MAXWORD, Element(place, i)));
+            continue;
+        }
+        std::string name = String(flag, Element(place, i));
+        std::optional<WORD> bit = FlagFromName(name, names);
+        if (!bit) Fail(Element(place, i), "unknown flag \"" + name + "\"");
+        flags = static_cast<WORD>(flags | *bit);
+    }
+    return flags;
+}
+
+// ---- Items ---------------------------------------------------------------------
+
+bool AllStrings(const Json& list) {
+    for (const Json& entry : list)
+        if (!entry.is_string()) return false;
+    return true;
+}
+
+bool AllNumbers(const Json& list) {
+    for (const Json& entry : list)
+        if (!entry.is_number()) return false;
+    return true;
+}
+
+std::string TextListValue(const Json& list, const std::string& place) {
+    if (list.size() > MAXWORD) Fail(place, "a text list holds at most 65535 entries");
+    std::vector<std::string> entries;
+    for (size_t i = 0; i < list.size(); ++i)
+        entries.push_back(Lmbcs(list[i].get<std::string>(), Element(place, i)));
+    return EncodeTextList(entries);
+}
+
+std::string NumberListValue(const Json& list, const std::string& place) {
+    if (list.size() > MAXWORD) Fail(place, "a number list holds at most 65535 entries");
+    std::vector<double> numbers;
+    for (const Json& entry : list) numbers.push_back(entry.get<double>());
+    return EncodeNumberList(numbers);
+}
+
+// The plain forms: a string, a number, a list of strings or of numbers.
+bool PlainItem(const Json& value, ItemData& item, const std::string& place) {
+    item.flags = ITEM_SUMMARY;
+    if (value.is_string()) {
+        item.type = TYPE_TEXT;
+        item.value = Lmbcs(value.get<std::string>(), place);
+    } else if (value.is_number()) {
+        item.type = TYPE_NUMBER;
+        item.value = EncodeNumber(value.get<double>());
+    } else if (value.is_array() && AllStrings(value)) {
+        item.type = TYPE_TEXT_LIST;
+        item.value = TextListValue(value, place);
+    } else if (value.is_array() && AllNumbers(value)) {
+        item.type = TYPE_NUMBER_RANGE;
+        item.value = NumberListValue(value, place);
+    } else if (value.is_array()) {
+        Fail(place, "a list holds only strings or only numbers");
+    } else {
+        return false;
+    }
+    return true;
+}
+
+WORD ItemType(const Json& value, const std::string& place) {
+    if (value.is_number()) return static_cast<WORD>(Whole(value, 0, MAXWORD, place));
+    std::string name = String(value, place);
+    std::optional<WORD> type = ItemTypeFromName(name);
+    if (!type) Fail(place, "unknown item type \"" + name + "\"");
+    return *type;
+}
+
+// "value" in an explicit object, for the types that have a plain form.
+std::string TypedValue(WORD type, const Json& value, const std::string& place) {
+    switch (type) {
+        case TYPE_TEXT:
+            return Lmbcs(String(value, place), place);
+        case TYPE_TEXT_LIST:
+            if (!value.is_array() || !AllStrings(value)) Fail(place, "a list of strings is expected");
+            return TextListValue(value, place);
+        case TYPE_NUMBER:
+            if (!value.is_number()) Fail(place, "a number is expected");
+            return EncodeNumber(value.get<double>());
+        case TYPE_NUMBER_RANGE:
+            if (!value.is_array() || !AllNumbers(value)) Fail(place, "a list of numbers is expected");
+            return NumberListValue(value, place);
+        default:
+            Fail(place, "this type takes its value as \"hex\"");
+    }
+}
+
+void ExplicitItem(const Json& object, ItemData& item, const std::string& place) {
+    CheckKeys(object, {"type", "value", "text", "hex", "flags"}, place);
+    if (!object.contains("type")) Fail(place, "\"type\" is missing");
+    item.type = ItemType(object["type"], Member(place, "type"));
+    item.flags = object.contains("flags") ? Flags(object["flags"], ItemFlagNames(), Member(place, "flags"))
+                                          : static_cast<WORD>(ITEM_SUMMARY);
+    int forms = object.contains("value") + object.contains("text") + object.contains("hex");
+    if (forms != 1) Fail(place, "exactly one of \"value\", \"text\" and \"hex\" is expected");
+    if (object.contains("hex")) {
+        std::optional<std::string> bytes = FromHex(String(object["hex"], Member(place, "hex")));
+        if (!bytes) Fail(Member(place, "hex"), "an even number of hexadecimal digits is expected");
+        item.value = *bytes;
+    } else if (object.contains("text")) {
+        if (item.type != TYPE_FORMULA)
+            Fail(Member(place, "text"), "\"text\" is the source of a formula item");
+        std::string source = Lmbcs(String(object["text"], Member(place, "text")), Member(place, "text"));
+        item.value = CompileFormula(source, Member(place, "text"));
+    } else {
+        item.value = TypedValue(item.type, object["value"], Member(place, "value"));
+    }
+}
+
+ItemData ItemFromJson(const std::string& name, const Json& value, const std::string& place) {
+    ItemData item;
+    if (name.empty()) Fail(place, "an item name cannot be empty");
+    item.name = Lmbcs(name, place);
+    if (value.is_object())
+        ExplicitItem(value, item, place);
+    else if (!PlainItem(value, item, place))
+        Fail(place, "an item value is a string, a number, a list or an object");
+    if (item.value.size() > kMaxItemValue)
+        Fail(place, "the value takes " + std::to_string(item.value.size()) +
+                        " bytes, an item holds at most " + std::to_string(kMaxItemValue));
+    return item;
+}
+
+// Items are an object of name: value, or (to give a name more than once) a
+// list of [name, value] pairs.
+std::vector<ItemData> ItemsFromJson(const Json& items, const std::string& place) {
+    std::vector<ItemData> result;
+    if (items.is_object()) {
+        for (const auto& entry : items.items())
+            result.push_back(ItemFromJson(entry.key(), entry.value(), Member(place, entry.key())));
+        return result;
+    }
+    if (!items.is_array()) Fail(place, "an object of items (or a list of [name, value] pairs) is expected");
+    for (size_t i = 0; i < items.size(); ++i) {
+        const Json& pair = items[i];
+        if (!pair.is_array() || pair.size() != 2 || !pair[0].is_string())
+            Fail(Element(place, i), "a pair [name, value] is expected");
+        result.push_back(ItemFromJson(pair[0].get<std::string>(), pair[1], Element(place, i)));
+    }
+    return result;
+}
+
+// ---- Notes and ACL -----------------------------------------------------------------
+
+WORD NoteClassFromJson(const Json& value, const std::string& place) {
+    WORD noteClass;
+    if (value.is_number()) {
+        noteClass = static_cast<WORD>(Whole(value, 1, MAXWORD, place));
+    } else {
+        std::string name = String(value, place);
+        std::optional<WORD> known = NoteClassFromName(name);
+        if (!known) Fail(place, "unknown note class \"" + name + "\"");
+        noteClass = *known;
+    }
+    if (noteClass == NOTE_CLASS_ACL) Fail(place, "the ACL note is written from \"acl\", not as a note");
+    return noteClass;
+}
+
+NOTEID NoteIdFromJson(const Json& value, const std::string& place) {
+    if (value.is_string()) {
+        const std::string text = value.get<std::string>();
+        std::optional<std::string> bytes =
+            text.size() > 2 && text.size() <= 10 && text.compare(0, 2, "0x") == 0
+                ? FromHex(std::string(10 - text.size(), '0') + text.substr(2))
+                : std::nullopt;
+        if (!bytes) Fail(place, "a number or \"0x\" and up to 8 hexadecimal digits is expected");
+        NOTEID id = 0;
+        for (unsigned char byte : *bytes) id = (id << 8) | byte;
+        if (id == 0) Fail(place, "a note ID is not 0");
+        return id;
+    }
+    return static_cast<NOTEID>(Whole(value, 1, 0x7FFFFFFF, place));
+}
+
+NoteData NoteFromJson(const Json& note, const std::string& place) {
+    RequireObject(note, place);
+    CheckKeys(note, {"class", "unid", "noteId", "items"}, place);
+    NoteData data;
+    if (!note.contains("class")) Fail(place, "\"class\" is missing");
+    data.noteClass = NoteClassFromJson(note["class"], Member(place, "class"));
+    if (note.contains("unid")) {
+        data.unid = ParseUnid(String(note["unid"], Member(place, "unid")));
+        if (!data.unid) Fail(Member(place, "unid"), "32 hexadecimal digits are expected");
+    }
+    if (note.contains("noteId")) data.noteId = NoteIdFromJson(note["noteId"], Member(place, "noteId"));
+    if (note.contains("items")) data.items = ItemsFromJson(note["items"], Member(place, "items"));
+    return data;
+}
+
+WORD AclLevelFromJson(const Json& value, const std::string& place) {
+    if (value.is_number()) return static_cast<WORD>(Whole(value, 0, ACL_LEVEL_HIGHEST, place));
+    std::string name = String(value, place);
+    std::optional<WORD> level = AclLevelFromName(name);
+    if (!level) Fail(place, "unknown access level \"" + name + "\"");
+    return *level;
+}
+
+ACL_PRIVILEGES PrivilegesFromJson(const Json& value, const std::string& place) {
+    if (!value.is_array()) Fail(place, "a list of privilege numbers is expected");
+    ACL_PRIVILEGES privileges{};
+    for (size_t i = 0; i < value.size(); ++i) {
+        unsigned bit = static_cast<unsigned>(Whole(value[i], 0, ACL_PRIVCOUNT - 1, Element(place, i)));
+        ACLSetPriv(privileges, bit);
+    }
+    return privileges;
+}
+
+AclEntryData AclEntryFromJson(const Json& entry, const std::string& place) {
+    RequireObject(entry, place);
+    CheckKeys(entry, {"name", "level", "flags", "privileges"}, place);
+    if (!entry.contains("name") || !entry.contains("level"))
+        Fail(place, "\"name\" and \"level\" are expected");
+    AclEntryData data;
+    std::string name = String(entry["name"], Member(place, "name"));
+    if (name.empty() || name.find('\0') != std::string::npos)
+        Fail(Member(place, "name"), "a name is not empty and holds no NUL character");
+    data.name = Lmbcs(name, Member(place, "name"));
+    if (data.name.size() >= MAXUSERNAME)
+        Fail(Member(place, "name"), "the name is longer than a Notes name can be");
+    data.level = AclLevelFromJson(entry["level"], Member(place, "level"));
+    if (entry.contains("flags")) data.flags = Flags(entry["flags"], AclFlagNames(), Member(place, "flags"));
+    if (entry.contains("privileges"))
+        data.privileges = PrivilegesFromJson(entry["privileges"], Member(place, "privileges"));
+    return data;
+}
+
+// Names in an ACL, like item names, compare without regard to case.
+std::string Folded(std::string text) {
+    for (char& c : text)
+        if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+    return text;
+}
+
+std::vector<AclEntryData> AclFromJson(const Json& acl) {
+    if (!acl.is_array()) Fail("acl", "a list of entries is expected");
+    std::vector<AclEntryData> entries;
+    std::set<std::string> names;
+    for (size_t i = 0; i < acl.size(); ++i) {
+        entries.push_back(AclEntryFromJson(acl[i], Element("acl", i)));
+        if (!names.insert(Folded(entries.back().name)).second)
+            Fail(Member(Element("acl", i), "name"), "this name is already in the ACL");
+    }
+    return entries;
+}
+
+std::vector<NoteData> NotesFromJson(const Json& notes) {
+    if (!notes.is_array()) Fail("notes", "a list of notes is expected");
+    std::vector<NoteData> result;
+    std::set<std::string> unids;
+    for (size_t i = 0; i < notes.size(); ++i) {
+        result.push_back(NoteFromJson(notes[i], Element("notes", i)));
+        if (result.back().unid && !unids.insert(UnidText(*result.back().unid)).second)
+            Fail(Member(Element("notes", i), "unid"), "another note already has this UNID");
+    }
+    return result;
+}
+
+}  // namespace
+
+Json ParseJsonText(const std::string& text) {
+    try {
+        return Json::parse(text, DuplicateKeyCheck());
+    } catch (const Json::parse_error& error) {
+        // "[json.exception.parse_error.101] parse error at line 1, column 15: ..." -> "line 1, column 15:
+        // ..."
+        std::string message = error.what();
+        for (const char* prefix : {"] ", "parse error at "}) {
+            size_t start = message.find(prefix);
+            if (start != std::string::npos) message.erase(0, start + std::strlen(prefix));
+        }
+        throw ToolError(message);
+    }
+}
+
+DatabaseData DatabaseFromJson(const Json& root) {
+    if (!root.is_object()) throw ToolError("the document: an object is expected");
+    CheckKeys(root,
+              {"title", "categories", "templateName", "inheritFrom", "replicaId", "replicaFlags",
+               "replicaCutoffInterval", "replicaCutoff", "buildVersion", "acl", "notes"},
+              "");
+    DatabaseData db;
+    db.title = InfoField(root, "title");
+    db.categories = InfoField(root, "categories");
+    db.templateName = InfoField(root, "templateName");
+    db.inheritFrom = InfoField(root, "inheritFrom");
+    if (root.contains("replicaId")) db.replicaId = TimedateField(root["replicaId"], "replicaId");
+    if (root.contains("replicaFlags"))
+        db.replicaFlags = static_cast<WORD>(Whole(root["replicaFlags"], 0, MAXWORD, "replicaFlags"));
+    if (root.contains("replicaCutoffInterval"))
+        db.replicaCutoffInterval =
+            static_cast<WORD>(Whole(root["replicaCutoffInterval"], 0, MAXWORD, "replicaCutoffInterval"));
+    if (root.contains("replicaCutoff"))
+        db.replicaCutoff = TimedateField(root["replicaCutoff"], "replicaCutoff");
+    if (root.contains("buildVersion"))
+        db.buildVersion = static_cast<WORD>(Whole(root["buildVersion"], 0, MAXWORD, "buildVersion"));
+    if (root.contains("acl")) db.acl = AclFromJson(root["acl"]);
+    if (root.contains("notes")) db.notes = NotesFromJson(root["notes"]);
+    return db;
+}
+
+}  // namespace nsfdb

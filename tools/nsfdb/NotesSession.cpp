@@ -1,0 +1,195 @@
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "NotesSession.h"
+
+#include "global.h"
+#include "globerr.h"
+#include "nsfdb.h"
+#include "nsfnote.h"
+#include "nsfsearc.h"
+#include "osmem.h"
+#include "osmisc.h"
+
+namespace nsfdb {
+namespace {
+
+// One OSTranslate call carries at most this many input bytes (MAXWORD
+// itself would mean "NUL-terminated").
+constexpr size_t kMaxTranslateInput = MAXWORD - 1;
+
+std::string Hex4(unsigned value) {
+    char text[8];
+    std::snprintf(text, sizeof text, "0x%04X", value & 0xFFFF);
+    return text;
+}
+
+std::string TempFolder() {
+    const char* tmp = std::getenv("TMPDIR");
+    return tmp && *tmp ? tmp : "/tmp";
+}
+
+// Writes the settings file and returns its path.
+std::string WriteTemporaryIni(const std::string& dataDirectory) {
+    if (dataDirectory.find('\n') != std::string::npos)
+        throw ToolError("the database folder name holds a line break: " + dataDirectory);
+    std::string path = TempFolder() + "/nsfdb-notes-XXXXXX";
+    std::vector<char> name(path.begin(), path.end());
+    name.push_back('\0');
+    int fd = ::mkstemp(name.data());
+    if (fd < 0) throw ToolError("cannot create a temporary notes.ini in " + TempFolder());
+    std::string content = "[Notes]\nDirectory=" + dataDirectory + "\n";
+    bool written = ::write(fd, content.data(), content.size()) == static_cast<ssize_t>(content.size());
+    ::close(fd);
+    if (!written) {
+        ::unlink(name.data());
+        throw ToolError("cannot write the temporary notes.ini " + std::string(name.data()));
+    }
+    return name.data();
+}
+
+// Translates and reports whether the whole input fitted the output buffer.
+bool Translate(WORD mode, const std::string& in, std::string& out) {
+    out.clear();
+    if (in.empty()) return true;
+    if (in.size() > kMaxTranslateInput) return false;
+    // One buffer for every call: dumps translate many small texts.
+    static std::vector<char> buffer(MAXWORD);
+    WORD length = OSTranslate(mode, in.data(), static_cast<WORD>(in.size()), buffer.data(),
+                              static_cast<WORD>(buffer.size()));
+    out.assign(buffer.data(), std::min<size_t>(length, buffer.size()));
+    return !out.empty();
+}
+
+bool TranslateExact(WORD mode, WORD backMode, const std::string& in, std::string& out) {
+    std::string back;
+    return Translate(mode, in, out) && Translate(backMode, out, back) && back == in;
+}
+
+using DecompileProc = STATUS(LNCALLBACKPTR)(char far* pFormulaBuffer, BOOL fSelectionFormula,
+                                            HANDLE far* rethFormulaText, WORD far* retFormulaTextLength);
+
+// NSFFormulaDecompile is looked up at run time: a platform library that
+// lacks it still lets the tool work, with formulas dumped as bytes.
+DecompileProc FindDecompile() {
+    static DecompileProc proc = reinterpret_cast<DecompileProc>(::dlsym(RTLD_DEFAULT, "NSFFormulaDecompile"));
+    return proc;
+}
+
+}  // namespace
+
+void StartPlatform(const std::string& dataDirectory) {
+    std::string ini = WriteTemporaryIni(dataDirectory);
+    std::string argument = "=" + ini;
+    std::vector<char> program{'n', 's', 'f', 'd', 'b', '\0'};
+    std::vector<char> iniArgument(argument.begin(), argument.end());
+    iniArgument.push_back('\0');
+    char* argv[] = {program.data(), iniArgument.data(), nullptr};
+    STATUS status = NotesInitExtended(2, argv);
+    // The platform has read its settings; the file is not needed any more.
+    ::unlink(ini.c_str());
+    Check(status, "cannot start the Notes platform");
+}
+
+void StopPlatform() {
+    NotesTerm();
+}
+
+std::string StatusText(STATUS status) {
+    char text[256] = {};
+    WORD length = OSLoadString(NULLHANDLE, static_cast<STATUS>(ERR(status)), text, sizeof text - 1);
+    std::string message = LmbcsToUtf8Lossy(std::string(text, std::min<size_t>(length, sizeof text - 1)));
+    if (message.empty()) message = "error";
+    return message + " (status " + Hex4(ERR(status)) + ")";
+}
+
+void Check(STATUS status, const std::string& what) {
+    if (status != NOERROR) throw ToolError(what + ": " + StatusText(status));
+}
+
+std::string AbsolutePath(const std::string& path) {
+    if (!path.empty() && path[0] == '/') return path;
+    std::vector<char> cwd(4096);
+    if (!::getcwd(cwd.data(), cwd.size())) throw ToolError("cannot read the current folder");
+    return std::string(cwd.data()) + "/" + path;
+}
+
+std::string FolderOf(const std::string& absolutePath) {
+    size_t slash = absolutePath.find_last_of('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : absolutePath.substr(0, slash);
+}
+
+bool Utf8ToLmbcs(const std::string& utf8, std::string& lmbcs) {
+    return TranslateExact(OS_TRANSLATE_UTF8_TO_LMBCS, OS_TRANSLATE_LMBCS_TO_UTF8, utf8, lmbcs);
+}
+
+bool LmbcsToUtf8(const std::string& lmbcs, std::string& utf8) {
+    return TranslateExact(OS_TRANSLATE_LMBCS_TO_UTF8, OS_TRANSLATE_UTF8_TO_LMBCS, lmbcs, utf8);
+}
+
+std::string LmbcsToUtf8Lossy(const std::string& lmbcs) {
+    std::string utf8;
+    Translate(OS_TRANSLATE_LMBCS_TO_UTF8, lmbcs, utf8);
+    return utf8;
+}
+
+std::string CompileFormula(const std::string& lmbcsSource, const std::string& place) {
+    if (lmbcsSource.size() > kMaxTranslateInput) throw ToolError(place + ": the formula is too long");
+    MemoryHandle formula;
+    WORD length = 0;
+    STATUS error = NOERROR;
+    WORD line = 0, column = 0, offset = 0, errorLength = 0;
+    STATUS status = NSFFormulaCompile(nullptr, 0, lmbcsSource.data(), static_cast<WORD>(lmbcsSource.size()),
+                                      formula.out(), &length, &error, &line, &column, &offset, &errorLength);
+    if (status != NOERROR)
+        throw ToolError(place + ": the formula does not compile at line " + std::to_string(line) +
+                        ", column " + std::to_string(column) + ": " + StatusText(error ? error : status));
+    return formula.Bytes(length);
+}
+
+bool DecompileFormula(const std::string& compiled, std::string& lmbcsSource) {
+    DecompileProc decompile = FindDecompile();
+    if (!decompile || compiled.empty()) return false;
+    std::vector<char> buffer(compiled.begin(), compiled.end());
+    MemoryHandle text;
+    WORD length = 0;
+    if (decompile(buffer.data(), FALSE, text.out(), &length) != NOERROR) return false;
+    lmbcsSource = text.Bytes(length);
+    return lmbcsSource.size() == length;
+}
+
+void DbHandle::Close() {
+    if (handle_ != NULLHANDLE) NSFDbClose(handle_);
+    handle_ = NULLHANDLE;
+}
+
+void NoteHandle::Close() {
+    if (handle_ != NULLHANDLE) NSFNoteClose(handle_);
+    handle_ = NULLHANDLE;
+}
+
+std::string MemoryHandle::Bytes(size_t length) const {
+    if (handle_ == NULLHANDLE || length == 0) return std::string();
+    DWORD size = 0;
+    if (OSMemGetSize(handle_, &size) != NOERROR) return std::string();
+    const char* data = static_cast<const char*>(OSLockObject(handle_));
+    if (!data) return std::string();
+    std::string bytes(data, std::min<size_t>(length, size));
+    OSUnlockObject(handle_);
+    return bytes;
+}
+
+void MemoryHandle::Free() {
+    if (handle_ != NULLHANDLE) OSMemFree(handle_);
+    handle_ = NULLHANDLE;
+}
+
+}  // namespace nsfdb
