@@ -1,0 +1,55 @@
+// The patch task: settings, debug log, running-build detection and the update driver.
+#ifndef PATCH_RPX_H
+#define PATCH_RPX_H
+
+#include <list>
+#include <string>
+
+#include "global.h"
+#include "nsfdata.h"
+#include "nsfsearc.h"
+
+// The settings of one patch run; lives on MainEntryPoint's stack for the whole run.
+struct PatchSetting {
+    std::string reserved1;              // never filled, kept as part of the record
+    std::list<std::string> files;       // "Files": required in the settings, read by no later step
+    int patchBuild = 0;                 // "BuildNumber"
+    std::list<std::string> databases;   // "Databases", in file order
+    int runningBuild = 0;               // build of the installed product, from its install path
+    int runningDbBuild = 0;             // build stamped in the installed message database
+    int updateExt = 0;                  // "UpdateExt" non-zero; read by no later step
+    int skipDbSign = 0;                 // "SkipDbSign" non-zero: do not sign replaced databases
+    std::string reserved2;              // never filled, kept as part of the record
+};
+
+// "5.6.1.<patch build>" once the settings are read.
+extern char g_szRkRPXBuildVersion[128];
+
+// The program entry the server's loader calls; the module's only export. Always returns 0.
+extern "C" __attribute__((visibility("default"))) STATUS LNPUBLIC MainEntryPoint(void);
+
+// The first half of MainEntryPoint: the start line, the settings and the build string. False
+// (after "Error, Cannot get the running RPX version") when the settings could not be read.
+bool LoadPatchSettings(PatchSetting& setting);
+
+// Reads rpxpatch.ini of the newest program folder into setting. 0, or 1 on failure.
+int ReadConfiguration(PatchSetting& setting);
+// Appends the items of a comma list to out, in order, keeping empty items and blanks.
+int ParseFileList(std::list<std::string>& out, char* text);
+
+// The patch debug log: rpxtemp/updrpx_YYYYMMDD.dbg in the data directory, written only while
+// the server setting RPX_ENABLE_RPENCY_LOG is 1.
+bool IsEnabledDebugLog();
+void GetRPXTempPath(char* buffer, int size);
+void LogDebugMessage(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+// Fills runningBuild (from the install path) and runningDbBuild (from rpx/rpmsg.nsf). 0, or 1
+// when the install path or its build is unknown.
+int GetRunningRPXVer(PatchSetting& setting);
+STATUS LNCALLBACK GetBuildNumber(void* param, SEARCH_MATCH* match, ITEM_TABLE* summary);
+
+// Brings the installed databases to the patch's build. 0, 1 when the install folder is unknown,
+// or the status of a database that could not be taken offline.
+STATUS UpdateDatabase(PatchSetting& setting);
+
+#endif

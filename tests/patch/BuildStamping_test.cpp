@@ -1,0 +1,92 @@
+// Build stamping against the emulated platform: the walk over DBNames and the note-level stamp.
+#include <cstring>
+#include <string>
+
+#include "DatabaseMaintenance.h"
+#include "MaintenanceSteps.h"
+#include "PatchTestServer.h"
+
+using namespace patch_test;
+
+namespace {
+
+class BuildStampingTest : public PatchPlatformTest {
+protected:
+    void SetUp() override {
+        PatchPlatformTest::SetUp();
+        std::memcpy(savedBuild_, g_szRkRPXBuildVersion, sizeof savedBuild_);
+        std::strcpy(g_szRkRPXBuildVersion, "5.6.1.3105");
+    }
+    void TearDown() override { std::memcpy(g_szRkRPXBuildVersion, savedBuild_, sizeof savedBuild_); }
+
+private:
+    char savedBuild_[sizeof g_szRkRPXBuildVersion];
+};
+
+DWORD ValueLength(DBHANDLE db, NOTEID id, const char* item) {
+    NOTEHANDLE note = NULLHANDLE;
+    DWORD length = 0;
+    if (NSFNoteOpen(db, id, 0, &note) != NOERROR) return 0;
+    NSFItemInfo(note, item, (WORD)std::strlen(item), nullptr, nullptr, nullptr, &length);
+    NSFNoteClose(note);
+    return length;
+}
+
+struct StampedDb {
+    std::string path;
+    std::vector<NOTEID> helpNotes;
+    NOTEID document = 0;
+};
+
+}  // namespace
+
+TEST_F(BuildStampingTest, StampsEveryHelpNoteOfEveryListedDatabaseThatExists) {
+    std::vector<StampedDb> databases;
+    int rows = 0;
+    for (; DBNames[rows].databaseName != nullptr; ++rows) {
+        StampedDb stamped;
+        stamped.path = std::string("rpx/") + DBNames[rows].databaseName;
+        if (stamped.path == "rpx/rpxapproved.nsf") {
+            NSFDbDelete(stamped.path.c_str());  // a database that is not installed is skipped
+            continue;
+        }
+        DBHANDLE db = FreshDatabase(stamped.path);
+        stamped.helpNotes.push_back(AddNote(db, NOTE_CLASS_HELP, {{"BuildNumber", "5.6.1.3001"}}));
+        if (stamped.path == "rpx/rpmsg.nsf") stamped.helpNotes.push_back(AddNote(db, NOTE_CLASS_HELP));
+        stamped.document = AddNote(db, NOTE_CLASS_DOCUMENT, {{"BuildNumber", "keep"}});
+        NSFDbClose(db);
+        databases.push_back(stamped);
+    }
+    ASSERT_EQ(rows, 11);
+
+    EXPECT_EQ(StampDatabasesBuild(StampBuildNumberNote), 0);
+
+    for (const StampedDb& stamped : databases) {
+        DBHANDLE db = NULLHANDLE;
+        ASSERT_EQ(NSFDbOpen(stamped.path.c_str(), &db), NOERROR) << stamped.path;
+        for (NOTEID id : stamped.helpNotes) {
+            EXPECT_EQ(ItemText(db, id, "BuildNumber"), "5.6.1.3105") << stamped.path;
+            // the type word and the ten characters: no terminator is written
+            EXPECT_EQ(ValueLength(db, id, "BuildNumber"), 2u + 10u) << stamped.path;
+        }
+        EXPECT_EQ(ItemText(db, stamped.document, "BuildNumber"), "keep") << stamped.path;
+        NSFDbClose(db);
+    }
+    DBHANDLE missing = NULLHANDLE;
+    EXPECT_NE(NSFDbOpen("rpx/rpxapproved.nsf", &missing), NOERROR);
+}
+
+TEST_F(BuildStampingTest, NoteStampReturnsTheFailureForBuildNumberToReport) {
+    DBHANDLE db = FreshDatabase("rpx/stamp_failure.nsf");
+    NOTEID help = AddNote(db, NOTE_CLASS_HELP);
+    DbSearchParam param;
+    param.hDb = db;
+
+    SEARCH_MATCH missing = MatchFor(help + 400);
+    EXPECT_NE(StampBuildNumberNote(&param, &missing, nullptr), NOERROR);
+
+    SEARCH_MATCH found = MatchFor(help);
+    EXPECT_EQ(StampBuildNumberNote(&param, &found, nullptr), NOERROR);
+    EXPECT_EQ(ItemText(db, help, "BuildNumber"), "5.6.1.3105");
+    NSFDbClose(db);
+}
