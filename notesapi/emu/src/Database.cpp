@@ -11,6 +11,7 @@
 
 #include "Acl.h"
 #include "Emu.h"
+#include "Server.h"
 #include "Store.h"
 
 namespace emu {
@@ -74,6 +75,18 @@ STATUS FindFile(DBHANDLE hDB, const char* call, DbFile*& file) {
 	DatabaseObject* db;
 	if (STATUS s = FindDatabase(hDB, db)) return s;
 	if (STATUS s = CheckCall(call, db->file->path())) return s;
+	file = db->file.get();
+	return NOERROR;
+}
+
+// For calls about one note: the call guard also sees the note's UNID.
+STATUS FindFileForNote(DBHANDLE hDB, const char* call, NOTEID noteId, DbFile*& file) {
+	DatabaseObject* db;
+	if (STATUS s = FindDatabase(hDB, db)) return s;
+	StoredNote note;
+	bool known = db->file->ReadNote(noteId, false, note) == NOERROR;
+	UNID unid = UnidOf(note.oid);
+	if (STATUS s = CheckCall(call, db->file->path(), known ? &unid : nullptr)) return s;
 	file = db->file.get();
 	return NOERROR;
 }
@@ -192,6 +205,7 @@ STATUS LNPUBLIC NSFDbCreate(const char far* PathName, USHORT /*DbClass*/, BOOL F
 	}
 	MakeParentFolders(path);
 	if (STATUS s = DbFile::Create(path, NewSettings())) return s;
+	MarkOnline(path);
 	std::shared_ptr<DbFile> file;
 	if (STATUS s = DbFile::Open(path, file)) return s;
 	return WriteDefaultAcl(*file);
@@ -215,6 +229,7 @@ STATUS LNPUBLIC NSFDbOpen(const char far* PathName, DBHANDLE far* rethDB) {
 	std::string path = DatabaseFile(PathName);
 	if (STATUS s = CheckCall("NSFDbOpen", path)) return s;
 	if (IsDirectory(path)) return ERR_DIRECTORY;
+	if (IsOffline(path)) return ERR_DB_OFFLINE;
 	return OpenHandle(path, rethDB);
 }
 
@@ -234,7 +249,9 @@ STATUS LNPUBLIC NSFDbCreateAndCopy(const char far* srcDb, const char far* dstDb,
 	std::string sourcePath = DatabaseFile(srcDb);
 	std::string targetPath = ResolvePath(dstDb);
 	if (STATUS s = CheckCall("NSFDbCreateAndCopy", targetPath)) return s;
+	if (STATUS s = CheckCall("NSFDbCreateAndCopy", sourcePath)) return s;
 	if (Exists(targetPath)) return ERR_EXISTS;
+	if (IsOffline(sourcePath)) return ERR_DB_OFFLINE;
 	std::shared_ptr<DbFile> source;
 	if (STATUS s = DbFile::Open(sourcePath, source)) return s;
 	DbSettings settings;
@@ -259,6 +276,7 @@ STATUS LNPUBLIC NSFDbCreateAndCopy(const char far* srcDb, const char far* dstDb,
 		::unlink(targetPath.c_str());
 		return status;
 	}
+	MarkOnline(targetPath);
 	if (!retHandle) return NOERROR;
 	return OpenHandle(targetPath, retHandle);
 }
@@ -384,7 +402,7 @@ STATUS LNPUBLIC NSFDbCopyNote(DBHANDLE hSrcDB, DBID far* /*SrcDbID*/, DBID far* 
 	ApiLock lock(ApiMutex());
 	DbFile* source;
 	DbFile* target;
-	if (STATUS s = FindFile(hSrcDB, "NSFDbCopyNote", source)) return s;
+	if (STATUS s = FindFileForNote(hSrcDB, "NSFDbCopyNote", SrcNoteID, source)) return s;
 	if (STATUS s = FindFile(hDstDB, "NSFDbCopyNote", target)) return s;
 	bool replicas = SrcReplicaID && DstReplicaID
 	                    ? std::memcmp(SrcReplicaID, DstReplicaID, sizeof(DBID)) == 0
@@ -396,7 +414,7 @@ STATUS LNPUBLIC NSFDbGetNoteInfo(DBHANDLE hDB, NOTEID NoteID, OID far* retNoteOI
                                  WORD far* retNoteClass) {
 	ApiLock lock(ApiMutex());
 	DbFile* file;
-	if (STATUS s = FindFile(hDB, "NSFDbGetNoteInfo", file)) return s;
+	if (STATUS s = FindFileForNote(hDB, "NSFDbGetNoteInfo", NoteID, file)) return s;
 	StoredNote note;
 	if (STATUS s = file->ReadNote(NoteID, false, note)) return s;
 	if (retNoteOID) *retNoteOID = note.oid;
@@ -408,8 +426,10 @@ STATUS LNPUBLIC NSFDbGetNoteInfo(DBHANDLE hDB, NOTEID NoteID, OID far* retNoteOI
 STATUS LNPUBLIC NSFDbGetNoteInfoByUNID(DBHANDLE hDB, UNID far* pUNID, NOTEID far* retNoteID, OID far* retOID,
                                        TIMEDATE far* retModTime, WORD far* retClass) {
 	ApiLock lock(ApiMutex());
-	DbFile* file;
-	if (STATUS s = FindFile(hDB, "NSFDbGetNoteInfoByUNID", file)) return s;
+	DatabaseObject* db;
+	if (STATUS s = FindDatabase(hDB, db)) return s;
+	if (STATUS s = CheckCall("NSFDbGetNoteInfoByUNID", db->file->path(), pUNID)) return s;
+	DbFile* file = db->file.get();
 	if (!pUNID) return ERR_NOT_FOUND;
 	NOTEID id;
 	bool deleted;

@@ -22,7 +22,8 @@ class DbFile;
 // Every public entry takes the process-wide API lock (recursive: search
 // callbacks call back into the API on the same thread) and asks CheckCall
 // whether the call may proceed. CheckCall is the one place where injected
-// faults will be decided; today it always allows the call.
+// faults (server.json) are decided: a note call passes its database's path
+// and the note's UNID, a database call the path.
 std::recursive_mutex& ApiMutex();
 using ApiLock = std::lock_guard<std::recursive_mutex>;
 STATUS CheckCall(const char* call, const std::string& dbPath = std::string(),

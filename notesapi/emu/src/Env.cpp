@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "Emu.h"
+#include "Server.h"
 
 namespace emu {
 namespace {
@@ -130,6 +132,17 @@ std::string ServerName() {
 	return name;
 }
 
+std::string ServerFolder() {
+	const std::string& ini = TheSettings().iniPath;
+	return ini.empty() ? DataDirectory() : FolderOf(ini);
+}
+
+std::string ProgramDirectory() {
+	std::string program;
+	if (GetSetting("NotesProgram", program) && !program.empty()) return program;
+	return ServerFolder();
+}
+
 std::string ResolvePath(const std::string& notesPath) {
 	std::string path = notesPath;
 	std::replace(path.begin(), path.end(), '\\', '/');
@@ -145,11 +158,19 @@ using namespace emu;
 
 namespace {
 
+// Nothing changes unless both notes.ini and server.json (next to it) are good.
 STATUS InitFromIni(const std::string& iniPath) {
 	Settings settings;
 	if (!ReadIni(iniPath, settings)) return ERR_NO_NOTESINI;
 	settings.iniPath = Normalise(AbsoluteFromCwd(iniPath));
+	ServerSettings server;
+	std::string error;
+	if (!ReadServerFile(FolderOf(settings.iniPath), server, error)) {
+		std::fprintf(stderr, "Notes initialisation failed: %s\n", error.c_str());
+		return ERR_SERVER_SETTINGS;
+	}
 	TheSettings() = std::move(settings);
+	ApplyServerSettings(std::move(server));
 	return NOERROR;
 }
 
@@ -234,10 +255,7 @@ WORD LNPUBLIC OSGetDataDirectory(char far* retPathName) {
 void LNPUBLIC OSGetExecutableDirectory(char* retPathName) {
 	ApiLock lock(ApiMutex());
 	if (CheckCall("OSGetExecutableDirectory") || !retPathName) return;
-	std::string program;
-	if (!GetSetting("NotesProgram", program) || program.empty())
-		program = TheSettings().iniPath.empty() ? DataDirectory() : FolderOf(TheSettings().iniPath);
-	CopyOut(program, retPathName, MAXPATH - 1);
+	CopyOut(ProgramDirectory(), retPathName, MAXPATH - 1);
 }
 
 WORD LNPUBLIC OSGetIniFileName(char far* retPathName) {

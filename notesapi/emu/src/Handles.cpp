@@ -1,8 +1,11 @@
 // Handle tables, memory objects (OSMem*), items and the call guard.
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <random>
+#include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "Emu.h"
 #include "Store.h"
@@ -54,10 +57,6 @@ HANDLE Add(Entry entry) {
 std::recursive_mutex& ApiMutex() {
 	static std::recursive_mutex mutex;
 	return mutex;
-}
-
-STATUS CheckCall(const char* /*call*/, const std::string& /*dbPath*/, const UNID* /*unid*/) {
-	return NOERROR;
 }
 
 STATUS FindDatabase(HANDLE h, DatabaseObject*& out) {
@@ -266,4 +265,28 @@ BOOL LNPUBLIC OSUnlockObject(DHANDLE Handle) {
 DWORD LNPUBLIC EmuOpenHandleCount(void) {
 	ApiLock lock(ApiMutex());
 	return CallerHandleCount();
+}
+
+void LNPUBLIC EmuOpenHandleReport(void (LNCALLBACKPTR report)(const char far* line, void far* ctx), void far* ctx) {
+	if (!report) return;
+	std::vector<std::string> lines;
+	{
+		ApiLock lock(ApiMutex());
+		std::vector<std::pair<HANDLE, const Entry*>> open;
+		for (const auto& entry : Handles().entries) open.emplace_back(entry.first, &entry.second);
+		std::sort(open.begin(), open.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+		for (const auto& [h, entry] : open) {
+			std::string handle = std::to_string(h);
+			if (entry->kind == Kind::Database)
+				lines.push_back("database handle " + handle + ": " + entry->db->file->path());
+			else if (entry->kind == Kind::Note)
+				lines.push_back("note handle " + handle + " (note ID " + std::to_string(entry->note->id) +
+				                "): " + NotePath(*entry->note));
+			else if (entry->mem->ownerNote == NULLHANDLE)
+				lines.push_back("memory handle " + handle + " (" + std::to_string(entry->mem->bytes->size()) +
+				                " bytes)");
+		}
+	}
+	// Reported outside the lock: the callback may call the platform.
+	for (const std::string& line : lines) report(line.c_str(), ctx);
 }

@@ -36,7 +36,8 @@ STATUS FindNoteAndFile(HANDLE hNote, const char* call, NoteObject*& note, DbFile
 	return NOERROR;
 }
 
-STATUS OpenNote(DBHANDLE hDB, NOTEID noteId, DWORD flags, NOTEHANDLE* rethNote) {
+// call names the API function for the call guard; NULL when the caller has asked it already.
+STATUS OpenNote(const char* call, DBHANDLE hDB, NOTEID noteId, DWORD flags, NOTEHANDLE* rethNote) {
 	if (rethNote) *rethNote = NULLHANDLE;
 	DatabaseObject* db;
 	if (STATUS s = FindDatabase(hDB, db)) return s;
@@ -50,7 +51,8 @@ STATUS OpenNote(DBHANDLE hDB, NOTEID noteId, DWORD flags, NOTEHANDLE* rethNote) 
 	StoredNote stored;
 	STATUS s = file.ReadNote(noteId, true, stored);
 	UNID unid = UnidOf(stored.oid);
-	if (STATUS c = CheckCall("NSFNoteOpen", file.path(), s == NOERROR ? &unid : nullptr)) return c;
+	if (call)
+		if (STATUS c = CheckCall(call, file.path(), s == NOERROR ? &unid : nullptr)) return c;
 	if (s) return s;
 	if (stored.deleted) return ERR_NOTE_DELETED;
 	if (!rethNote) return ERR_OS_NULL_HANDLE;
@@ -195,12 +197,12 @@ using namespace emu;
 
 STATUS LNPUBLIC NSFNoteOpen(DBHANDLE hDB, NOTEID NoteID, WORD OpenFlags, NOTEHANDLE far* rethNote) {
 	ApiLock lock(ApiMutex());
-	return OpenNote(hDB, NoteID, OpenFlags, rethNote);
+	return OpenNote("NSFNoteOpen", hDB, NoteID, OpenFlags, rethNote);
 }
 
 STATUS LNPUBLIC NSFNoteOpenExt(DBHANDLE hDB, NOTEID NoteID, DWORD flags, NOTEHANDLE* rethNote) {
 	ApiLock lock(ApiMutex());
-	return OpenNote(hDB, NoteID, flags, rethNote);
+	return OpenNote("NSFNoteOpenExt", hDB, NoteID, flags, rethNote);
 }
 
 STATUS LNPUBLIC NSFNoteOpenByUNID(DBHANDLE hDB, UNID far* pUNID, WORD flags, NOTEHANDLE far* rethNote) {
@@ -214,7 +216,7 @@ STATUS LNPUBLIC NSFNoteOpenByUNID(DBHANDLE hDB, UNID far* pUNID, WORD flags, NOT
 	bool deleted;
 	if (STATUS s = db->file->FindUnid(*pUNID, id, deleted)) return s;
 	if (deleted) return ERR_NOTE_DELETED;
-	return OpenNote(hDB, id, flags, rethNote);
+	return OpenNote(nullptr, hDB, id, flags, rethNote);
 }
 
 STATUS LNPUBLIC NSFNoteCreate(DBHANDLE hDB, NOTEHANDLE far* rethNote) {
@@ -243,14 +245,18 @@ STATUS LNPUBLIC NSFNoteCopy(NOTEHANDLE hSrcNote, NOTEHANDLE far* rethDstNote) {
 }
 
 STATUS LNPUBLIC NSFNoteUpdate(NOTEHANDLE hNote, WORD UpdateFlags) {
-	return NSFNoteUpdateExtended(hNote, UpdateFlags);
+	ApiLock lock(ApiMutex());
+	NoteObject* note;
+	DbFile* file;
+	if (STATUS s = FindNoteAndFile(hNote, "NSFNoteUpdate", note, file)) return s;
+	return SaveNote(*note, *file, UpdateFlags);
 }
 
 STATUS LNPUBLIC NSFNoteUpdateExtended(NOTEHANDLE hNote, DWORD UpdateFlags) {
 	ApiLock lock(ApiMutex());
 	NoteObject* note;
 	DbFile* file;
-	if (STATUS s = FindNoteAndFile(hNote, "NSFNoteUpdate", note, file)) return s;
+	if (STATUS s = FindNoteAndFile(hNote, "NSFNoteUpdateExtended", note, file)) return s;
 	return SaveNote(*note, *file, UpdateFlags);
 }
 

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "Emu.h"
+#include "Server.h"
 
 namespace emu {
 namespace {
@@ -190,6 +191,8 @@ const StatusText kStatusTexts[] = {
     {ERR_ARGS_EXPECTED, "Arguments expected"},
     {ERR_BIG_LITERAL, "Literal is too large"},
     {ERR_BSAFE_USER_ABORT, "The password prompt was cancelled"},
+    {ERR_SERVER_NOT_RESPONDING, "The server is not responding. The server may be down or you may be experiencing "
+                                "network problems. Contact your system administrator if this problem persists."},
 };
 
 const char* FindStatusText(STATUS code) {
@@ -216,6 +219,10 @@ bool CharInSet(const BYTE* ch, size_t length, const BYTE* set) {
 }
 
 }  // namespace
+
+const char* StatusTextOf(STATUS code) {
+	return FindStatusText(code);
+}
 
 bool NameEquals(std::string_view a, std::string_view b) {
 	if (a.size() != b.size()) return false;

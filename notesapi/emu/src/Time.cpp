@@ -31,12 +31,6 @@ TIMEDATE FromUnixMillis(int64_t millis) {
 	return t;
 }
 
-TIMEDATE Now() {
-	struct timespec ts;
-	clock_gettime(CLOCK_REALTIME, &ts);
-	return FromUnixMillis(static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000);
-}
-
 bool IsZero(const TIMEDATE& t) {
 	return t.Innards[0] == 0 && t.Innards[1] == 0;
 }

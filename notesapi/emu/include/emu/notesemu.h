@@ -21,7 +21,31 @@
  *   platform: tools that build notes must mark the items a formula needs as summary.
  * - Stale, zero and wrong-kind handles: ERR_OS_FREE_HANDLE, ERR_OS_NULL_HANDLE,
  *   ERR_OS_HANDLE_RANGE; OSLockObject gives NULL. OSMemFree of a locked object gives
- *   ERR_OS_STILL_LOCKED, of item memory owned by a note ERR_OS_HANDLE_RANGE. */
+ *   ERR_OS_STILL_LOCKED, of item memory owned by a note ERR_OS_HANDLE_RANGE.
+ *
+ * The stand-in server (the folder of the notes.ini given to NotesInitExtended):
+ * - <server>/server.json is read at initialisation (see notesapi/emu/README.md for its
+ *   format); a malformed one makes initialisation fail with ERR_IOERROR and a message on
+ *   standard error. Its counters, the offline state and the task state live in the process
+ *   and start afresh at each initialisation.
+ * - Injected faults: the first rule of "faults" that matches a call (API function name, and
+ *   the database path and note UNID when the rule names them) makes it return its status.
+ * - NSFTakeDatabaseOffline: ERR_NOEXIST for a missing database; ERR_DBINUSE after WaitTime
+ *   (real or virtual) while the database is busy per server.json, held by the running task
+ *   rpxreal or open through any handle of this process. Offline again: NOERROR. While
+ *   offline, NSFDbOpen gives ERR_NSFOPEN. NSFDbCreate / NSFDbCreateAndCopy at an offline
+ *   path make a new database that is online. NSFBringDatabaseOnline of a database that is
+ *   not offline: NOERROR; of a path without a file: ERR_NOEXIST (it stays offline).
+ * - Console: every line goes to <server>/console.log as "MM/DD/YYYY HH:MM:SS" (local time
+ *   on the platform clock), two blanks and the text; commands are recorded as "> " + command.
+ *   NSFRemoteConsole accepts the server's own name (case-insensitive, canonical
+ *   "CN=Alpha/O=Acme" or abbreviated "Alpha/Acme"; NULL or "" also mean the own server);
+ *   any other name gives ERR_SERVER_NOT_RESPONDING. Commands: load convert, load design -f,
+ *   tell rpxreal quit|restart; anything else is answered "Unknown command" with NOERROR.
+ * - OSLoadProgram starts nothing: it records "Program started: PROGRAM ARGUMENTS" and, for
+ *   <OSGetExecutableDirectory>/server with -c "COMMAND", runs COMMAND on the console.
+ * - Clock "virtual": AddInIdleDelay and the WaitTime of NSFTakeDatabaseOffline advance the
+ *   platform clock (OSCurrentTIMEDATE, console time stamps, note times) at once. */
 #ifndef EMU_NOTESEMU_H
 #define EMU_NOTESEMU_H
 
@@ -45,6 +69,18 @@ void LNPUBLIC EmuSearchReportNonMatches(BOOL report);
 
 /* Number of database, note and memory handles currently open (for leak reports). */
 DWORD LNPUBLIC EmuOpenHandleCount(void);
+
+/* Calls report once per open handle with one line naming its kind and, for database and
+ * note handles, the database's file path (item memory owned by notes is not listed). */
+void LNPUBLIC EmuOpenHandleReport(void (LNCALLBACKPTR report)(const char far *line, void far *ctx),
+                                  void far *ctx);
+
+/* When TRUE, console lines are also written to standard output (flushed at once). Default FALSE. */
+void LNPUBLIC EmuConsoleEcho(BOOL echo);
+
+/* Runs one console command as NSFRemoteConsole to the own server does (recorded in
+ * console.log with its answer). NOERROR also for an unknown command; ERR_UNKNOWN for NULL. */
+STATUS LNPUBLIC EmuConsoleCommand(const char far *command);
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,123 @@
+// Taking databases offline and bringing them back (NSFTakeDatabaseOffline,
+// NSFBringDatabaseOnline). The offline state lives in this process only.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <mutex>
+#include <set>
+#include <string>
+
+#include "Server.h"
+#include "Store.h"
+
+namespace emu {
+namespace {
+
+// Interval at which a real-clock wait looks again whether the database came free.
+constexpr int64_t kPollMillis = 50;
+
+std::set<std::string>& OfflineKeys() {
+	static std::set<std::string> keys;
+	return keys;
+}
+
+bool Exists(const std::string& path) {
+	struct stat st;
+	return ::stat(path.c_str(), &st) == 0;
+}
+
+bool HasExtension(const std::string& path) {
+	size_t slash = path.find_last_of('/');
+	size_t dot = path.find_last_of('.');
+	return dot != std::string::npos && (slash == std::string::npos || dot > slash);
+}
+
+// The file a Notes path names; ".nsf" may be left out, as for NSFDbOpen.
+std::string FileOf(const char* notesPath) {
+	std::string path = ResolvePath(notesPath);
+	if (!HasExtension(path) && !Exists(path)) path += ".nsf";
+	return path;
+}
+
+// server.json may make the database refuse this attempt; each attempt uses up one.
+bool BusyBySettings(const std::string& key) {
+	for (BusyRule& rule : CurrentServer().busy) {
+		if (rule.pathKey != key || rule.remaining == 0) continue;
+		if (rule.remaining > 0) --rule.remaining;
+		return true;
+	}
+	return false;
+}
+
+bool InUse(const std::string& file) {
+	return HeldByTask(file) || DbFile::IsOpen(file);
+}
+
+// Retries for waitMillis on the platform clock while the database is in use.
+// A real wait lets other threads in between looks.
+STATUS WaitUntilFree(const std::string& file, bool busyAttempt, DWORD waitMillis,
+                     std::unique_lock<std::recursive_mutex>& lock) {
+	int64_t start = ClockMillis();
+	while (busyAttempt || InUse(file)) {
+		int64_t left = static_cast<int64_t>(waitMillis) - (ClockMillis() - start);
+		if (left <= 0) return ERR_DBINUSE;
+		if (VirtualClock()) {
+			// Nothing else runs while the virtual clock jumps: the wait ends in use.
+			PlatformWait(static_cast<uint32_t>(left));
+			return ERR_DBINUSE;
+		}
+		lock.unlock();
+		PlatformWait(static_cast<uint32_t>(std::min(left, kPollMillis)));
+		lock.lock();
+	}
+	return NOERROR;
+}
+
+void DeleteFile(const std::string& file) {
+	::unlink(file.c_str());
+	::unlink((file + "-journal").c_str());
+}
+
+}  // namespace
+
+bool IsOffline(const std::string& filePath) {
+	return OfflineKeys().count(DatabaseKey(filePath)) != 0;
+}
+
+void MarkOnline(const std::string& filePath) {
+	OfflineKeys().erase(DatabaseKey(filePath));
+}
+
+void ResetOffline() {
+	OfflineKeys().clear();
+}
+
+}  // namespace emu
+
+using namespace emu;
+
+STATUS LNPUBLIC NSFTakeDatabaseOffline(const char far* dbPath, DWORD WaitTime, DWORD options) {
+	std::unique_lock<std::recursive_mutex> lock(ApiMutex());
+	if (!dbPath || !*dbPath) return ERR_INV_FILE_NAME;
+	std::string file = FileOf(dbPath);
+	if (STATUS s = CheckCall("NSFTakeDatabaseOffline", file)) return s;
+	std::string key = DatabaseKey(file);
+	if (!IsOffline(file)) {
+		if (!Exists(file)) return ERR_NOEXIST;
+		if (STATUS s = WaitUntilFree(file, BusyBySettings(key), WaitTime, lock)) return s;
+		OfflineKeys().insert(key);
+	}
+	if (!(options & OFFLINE_NODELETE)) DeleteFile(file);
+	return NOERROR;
+}
+
+STATUS LNPUBLIC NSFBringDatabaseOnline(const char far* dbPath, DWORD /*options*/) {
+	ApiLock lock(ApiMutex());
+	if (!dbPath || !*dbPath) return ERR_INV_FILE_NAME;
+	std::string file = FileOf(dbPath);
+	if (STATUS s = CheckCall("NSFBringDatabaseOnline", file)) return s;
+	if (!Exists(file)) return ERR_NOEXIST;
+	MarkOnline(file);
+	return NOERROR;
+}
