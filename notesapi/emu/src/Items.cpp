@@ -236,10 +236,12 @@ BOOL LNPUBLIC NSFItemGetTime(NOTEHANDLE hNote, const char far* ItemName, TIMEDAT
 	return TRUE;
 }
 
-BOOL LNPUBLIC NSFItemGetNumber(NOTEHANDLE hNote, const char far* ItemName, NUMBER far* retNumber) {
+namespace {
+
+BOOL GetNumber(const char* call, NOTEHANDLE hNote, const char* ItemName, NUMBER* retNumber) {
 	ApiLock lock(ApiMutex());
 	NoteObject* note;
-	if (NoteFor(hNote, "NSFItemGetNumber", note) || !ItemName) return FALSE;
+	if (NoteFor(hNote, call, note) || !ItemName) return FALSE;
 	Item* item = FindItem(*note, ItemName);
 	std::vector<double> numbers;
 	if (!item || !NumberEntries(item->type(), item->value(), item->valueLength(), numbers) || numbers.empty())
@@ -248,19 +250,11 @@ BOOL LNPUBLIC NSFItemGetNumber(NOTEHANDLE hNote, const char far* ItemName, NUMBE
 	return TRUE;
 }
 
-LONG LNPUBLIC NSFItemGetLong(NOTEHANDLE hNote, const char far* ItemName, LONG DefaultNumber) {
-	NUMBER number;
-	if (!NSFItemGetNumber(hNote, ItemName, &number)) return DefaultNumber;
-	if (number >= 2147483647.0) return 2147483647;
-	if (number <= -2147483648.0) return static_cast<LONG>(-2147483647 - 1);
-	return static_cast<LONG>(number);
-}
-
-STATUS LNPUBLIC NSFItemSetTextSummary(NOTEHANDLE hNote, const char far* ItemName, const char far* Text,
-                                      WORD TextLength, BOOL Summary) {
+STATUS SetText(const char* call, NOTEHANDLE hNote, const char* ItemName, const char* Text, WORD TextLength,
+               BOOL Summary) {
 	ApiLock lock(ApiMutex());
 	NoteObject* note;
-	if (STATUS s = NoteFor(hNote, "NSFItemSetText", note)) return s;
+	if (STATUS s = NoteFor(hNote, call, note)) return s;
 	if (!ItemName || !*ItemName) return ERR_ITEM_NOT_FOUND;
 	std::string_view text = TextOf(Text, TextLength);
 	if (text.size() > kMaxValueLength) return ERR_SEGMENT_TOO_BIG;
@@ -268,8 +262,27 @@ STATUS LNPUBLIC NSFItemSetTextSummary(NOTEHANDLE hNote, const char far* ItemName
 	return NOERROR;
 }
 
+}  // namespace
+
+BOOL LNPUBLIC NSFItemGetNumber(NOTEHANDLE hNote, const char far* ItemName, NUMBER far* retNumber) {
+	return GetNumber("NSFItemGetNumber", hNote, ItemName, retNumber);
+}
+
+LONG LNPUBLIC NSFItemGetLong(NOTEHANDLE hNote, const char far* ItemName, LONG DefaultNumber) {
+	NUMBER number;
+	if (!GetNumber("NSFItemGetLong", hNote, ItemName, &number)) return DefaultNumber;
+	if (number >= 2147483647.0) return 2147483647;
+	if (number <= -2147483648.0) return static_cast<LONG>(-2147483647 - 1);
+	return static_cast<LONG>(number);
+}
+
+STATUS LNPUBLIC NSFItemSetTextSummary(NOTEHANDLE hNote, const char far* ItemName, const char far* Text,
+                                      WORD TextLength, BOOL Summary) {
+	return SetText("NSFItemSetTextSummary", hNote, ItemName, Text, TextLength, Summary);
+}
+
 STATUS LNPUBLIC NSFItemSetText(NOTEHANDLE hNote, const char far* ItemName, const char far* Text, WORD TextLength) {
-	return NSFItemSetTextSummary(hNote, ItemName, Text, TextLength, TRUE);
+	return SetText("NSFItemSetText", hNote, ItemName, Text, TextLength, TRUE);
 }
 
 STATUS LNPUBLIC NSFItemSetTime(NOTEHANDLE hNote, const char far* ItemName, const TIMEDATE far* Time) {

@@ -4,9 +4,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <mutex>
 #include <set>
 #include <string>
+#include <thread>
 
 #include "Server.h"
 #include "Store.h"
@@ -15,7 +17,7 @@ namespace emu {
 namespace {
 
 // Interval at which a real-clock wait looks again whether the database came free.
-constexpr int64_t kPollMillis = 50;
+constexpr std::chrono::milliseconds kPoll{50};
 
 std::set<std::string>& OfflineKeys() {
 	static std::set<std::string> keys;
@@ -54,21 +56,22 @@ bool InUse(const std::string& file) {
 	return HeldByTask(file) || DbFile::IsOpen(file);
 }
 
-// Retries for waitMillis on the platform clock while the database is in use.
-// A real wait lets other threads in between looks.
+// Retries for waitMillis while the database is in use. A real wait lets
+// other threads in between looks; under the virtual clock nothing else runs
+// while the clock jumps, so the wait ends in use.
 STATUS WaitUntilFree(const std::string& file, bool busyAttempt, DWORD waitMillis,
                      std::unique_lock<std::recursive_mutex>& lock) {
-	int64_t start = ClockMillis();
+	if (!busyAttempt && !InUse(file)) return NOERROR;
+	if (VirtualClock()) {
+		PlatformWait(waitMillis);
+		return ERR_DBINUSE;
+	}
+	auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(waitMillis);
 	while (busyAttempt || InUse(file)) {
-		int64_t left = static_cast<int64_t>(waitMillis) - (ClockMillis() - start);
-		if (left <= 0) return ERR_DBINUSE;
-		if (VirtualClock()) {
-			// Nothing else runs while the virtual clock jumps: the wait ends in use.
-			PlatformWait(static_cast<uint32_t>(left));
-			return ERR_DBINUSE;
-		}
+		auto now = std::chrono::steady_clock::now();
+		if (now >= deadline) return ERR_DBINUSE;
 		lock.unlock();
-		PlatformWait(static_cast<uint32_t>(std::min(left, kPollMillis)));
+		std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(deadline - now, kPoll));
 		lock.lock();
 	}
 	return NOERROR;
