@@ -2,10 +2,12 @@
 // console commands to the own server, and program starts (OSLoadProgram).
 #include <atomic>
 #include <cctype>
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Server.h"
@@ -146,9 +148,13 @@ BOOL LNPUBLIC AddInIdleDelay(DWORD Delay) {
 	{
 		ApiLock lock(ApiMutex());
 		if (CheckCall("AddInIdleDelay")) return FALSE;
+		if (VirtualClock()) {
+			PlatformWait(Delay);
+			return FALSE;
+		}
 	}
-	// Other threads may use the platform while this one waits.
-	PlatformWait(Delay);
+	// A real wait: other threads may use the platform meanwhile.
+	std::this_thread::sleep_for(std::chrono::milliseconds(Delay));
 	return FALSE;
 }
 

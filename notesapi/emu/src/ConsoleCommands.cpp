@@ -3,6 +3,8 @@
 // task rpxreal (tell rpxreal ...). Each answers with console lines.
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <memory>
 #include <string>
