@@ -7,6 +7,7 @@
 #include "nsferr.h"
 #include "miscerr.h"
 #include "bsafeerr.h"
+#include "clerr.h"
 #include "pool.h"
 #include "nsfdata.h"
 #include "nsfdb.h"

@@ -305,6 +305,7 @@ TEST(PlatformConsole, RemoteCommandsToTheOwnServerAreRecordedAndAnswered) {
 }
 
 TEST(PlatformConsole, AnotherServerDoesNotRespond) {
+	static_assert(ERR_SERVER_NOT_RESPONDING == 0x0807, "PKG_CLIENT+7");
 	ConsoleWatch watch;
 	char server[] = "CN=Elsewhere/O=Acme";
 	char command[] = "tell rpxreal restart";
