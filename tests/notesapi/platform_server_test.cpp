@@ -411,6 +411,20 @@ TEST_F(PlatformDesignTasks, ConvertOfAMissingOrOfflineDatabaseOrTemplateWritesAn
 	NSFDbClose(db);
 }
 
+TEST_F(PlatformDesignTasks, ConvertNamingAnotherCurrentTemplateLeavesTheDatabaseAlone) {
+	MakeOldDatabase("srv/mail.nsf");
+	DBHANDLE db;
+	ASSERT_EQ(NSFDbOpen("srv/mail.nsf", &db), NOERROR);
+	SetInfo(db, INFOPARSE_DESIGN_CLASS, "MailTemplate");
+	NSFDbClose(db);
+	EXPECT_EQ(Console("load convert srv/mail.nsf OtherTemplate srv/design.ntf"), NOERROR);
+	ASSERT_EQ(NSFDbOpen("srv/mail.nsf", &db), NOERROR);
+	EXPECT_EQ(TitlesOfClass(db, NOTE_CLASS_FORM), std::vector<std::string>{"OldForm"});
+	NSFDbClose(db);
+	EXPECT_EQ(Console("load convert -d srv/mail.nsf mailtemplate srv/design.ntf"), NOERROR);
+	ExpectNewDesignKeepingData("srv/mail.nsf");
+}
+
 TEST_F(PlatformDesignTasks, DesignRefreshUsesTheInheritedTemplate) {
 	MakeOldDatabase("srv/inherits.nsf");
 	DBHANDLE db;
@@ -597,6 +611,26 @@ TEST(EmuServer, MalformedServerJsonStopsInitialisationWithAMessage) {
 		EXPECT_NE(message.find("server.json"), std::string::npos) << json;
 	}
 	EXPECT_EQ(server.Restart(R"({"tempFolder": false, "clock": "real"})"), NOERROR) << "unknown keys are ignored";
+}
+
+TEST(EmuServer, ConsoleCommandsOfTheHostAreRecordedAndEchoed) {
+	OwnServer server("");
+	EmuConsoleEcho(TRUE);
+	::testing::internal::CaptureStdout();
+	EXPECT_EQ(EmuConsoleCommand("tell rpxreal restart"), NOERROR);
+	AddInLogMessageText(const_cast<char*>("echoed %s"), NOERROR, "message");
+	std::string out = ::testing::internal::GetCapturedStdout();
+	EmuConsoleEcho(FALSE);
+	EXPECT_NE(out.find("  > tell rpxreal restart\n"), std::string::npos) << out;
+	EXPECT_NE(out.find("  echoed message\n"), std::string::npos) << out;
+	std::vector<std::string> lines = ConsoleLines();
+	ASSERT_GE(lines.size(), 2u);
+	EXPECT_EQ(lines[0].substr(21), "> tell rpxreal restart");
+	EXPECT_EQ(ERR(EmuConsoleCommand(nullptr)), ERR_UNKNOWN);
+
+	::testing::internal::CaptureStdout();
+	AddInLogMessageText(const_cast<char*>("not echoed"), NOERROR);
+	EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
 }
 
 TEST(EmuServer, OpenHandlesAreReportedOneLineEach) {
