@@ -31,28 +31,36 @@ std::string Hex4(unsigned value) {
     return text;
 }
 
+void RemoveTemporaryIni(const std::string& iniPath) {
+    ::unlink(iniPath.c_str());
+    ::rmdir(iniPath.substr(0, iniPath.find_last_of('/')).c_str());
+}
+
 std::string TempFolder() {
     const char* tmp = std::getenv("TMPDIR");
     return tmp && *tmp ? tmp : "/tmp";
 }
 
-// Writes the settings file and returns its path.
+// Writes the settings file into a new private folder and returns its path.
+// The folder of notes.ini is the platform's server folder: a shared one such as
+// /tmp could hold another server's server.json.
 std::string WriteTemporaryIni(const std::string& dataDirectory) {
     if (dataDirectory.find('\n') != std::string::npos)
         throw ToolError("the database folder name holds a line break: " + dataDirectory);
-    std::string path = TempFolder() + "/nsfdb-notes-XXXXXX";
-    std::vector<char> name(path.begin(), path.end());
-    name.push_back('\0');
-    int fd = ::mkstemp(name.data());
-    if (fd < 0) throw ToolError("cannot create a temporary notes.ini in " + TempFolder());
+    std::string pattern = TempFolder() + "/nsfdb-notes-XXXXXX";
+    std::vector<char> folder(pattern.begin(), pattern.end());
+    folder.push_back('\0');
+    if (!::mkdtemp(folder.data())) throw ToolError("cannot create a temporary folder in " + TempFolder());
+    std::string path = std::string(folder.data()) + "/notes.ini";
     std::string content = "[Notes]\nDirectory=" + dataDirectory + "\n";
-    bool written = ::write(fd, content.data(), content.size()) == static_cast<ssize_t>(content.size());
-    ::close(fd);
+    FILE* file = std::fopen(path.c_str(), "wb");
+    bool written = file && std::fwrite(content.data(), 1, content.size(), file) == content.size();
+    if (file && std::fclose(file) != 0) written = false;
     if (!written) {
-        ::unlink(name.data());
-        throw ToolError("cannot write the temporary notes.ini " + std::string(name.data()));
+        RemoveTemporaryIni(path);
+        throw ToolError("cannot write the temporary notes.ini " + path);
     }
-    return name.data();
+    return path;
 }
 
 // Translates and reports whether the whole input fitted the output buffer.
@@ -94,7 +102,7 @@ void StartPlatform(const std::string& dataDirectory) {
     char* argv[] = {program.data(), iniArgument.data(), nullptr};
     STATUS status = NotesInitExtended(2, argv);
     // The platform has read its settings; the file is not needed any more.
-    ::unlink(ini.c_str());
+    RemoveTemporaryIni(ini);
     Check(status, "cannot start the Notes platform");
 }
 

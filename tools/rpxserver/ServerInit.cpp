@@ -1,0 +1,152 @@
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "DbAccess.h"
+#include "NotesSession.h"
+#include "ServerInit.h"
+
+namespace rpxserver {
+namespace {
+
+namespace fs = std::filesystem;
+using nsfdb::ToolError;
+
+void WriteFile(const fs::path& path, const std::string& content) {
+    std::error_code error;
+    if (fs::exists(fs::symlink_status(path, error)))
+        throw ToolError(path.string() + ": the scenario gives this path twice");
+    std::ofstream out(path, std::ios::binary);
+    out << content;
+    out.close();
+    if (!out) throw ToolError(path.string() + ": cannot write the file");
+}
+
+void MakeFolder(const fs::path& path) {
+    std::error_code error;
+    fs::create_directories(path, error);
+    if (error) throw ToolError(path.string() + ": cannot create the folder: " + error.message());
+}
+
+void CheckTarget(const fs::path& dir) {
+    if (dir.string().find_first_of("\r\n") != std::string::npos)
+        throw ToolError(dir.string() + ": a server folder's path cannot hold line breaks (notes.ini names it)");
+    std::error_code error;
+    fs::file_status status = fs::symlink_status(dir, error);
+    if (fs::exists(status)) {
+        if (!fs::is_directory(status)) throw ToolError(dir.string() + ": exists and is not a folder");
+        if (!fs::is_empty(dir, error) || error)
+            throw ToolError(dir.string() + ": the folder exists and is not empty");
+    }
+    if (!fs::is_directory(dir.parent_path(), error))
+        throw ToolError(dir.parent_path().string() + ": the folder does not exist");
+}
+
+// ".<name>.init-XXXXXX" beside dir: on the same file system, so that it can be renamed.
+fs::path MakeStagingFolder(const fs::path& dir) {
+    std::string pattern = (dir.parent_path() / ("." + dir.filename().string() + ".init-XXXXXX")).string();
+    std::vector<char> name(pattern.begin(), pattern.end());
+    name.push_back('\0');
+    if (!::mkdtemp(name.data()))
+        throw ToolError(dir.parent_path().string() + ": cannot create a folder: " + std::strerror(errno));
+    // mkdtemp makes it private; the server folder gets the usual permissions.
+    mode_t mask = ::umask(0);
+    ::umask(mask);
+    ::chmod(name.data(), 0777 & ~mask);
+    return fs::path(name.data());
+}
+
+// The platform is needed only to make databases; it starts with the first one.
+class PlatformForDatabases {
+public:
+    explicit PlatformForDatabases(fs::path dataFolder) : dataFolder_(std::move(dataFolder)) {}
+    ~PlatformForDatabases() { Stop(); }
+    PlatformForDatabases(const PlatformForDatabases&) = delete;
+    PlatformForDatabases& operator=(const PlatformForDatabases&) = delete;
+
+    void Start() {
+        if (started_) return;
+        nsfdb::StartPlatform(dataFolder_.string());
+        started_ = true;
+    }
+    void Stop() {
+        if (started_) nsfdb::StopPlatform();
+        started_ = false;
+    }
+
+private:
+    fs::path dataFolder_;
+    bool started_ = false;
+};
+
+void MakeDatabase(const ScenarioFile& file, const fs::path& path, const std::string& place,
+                  PlatformForDatabases& platform) {
+    platform.Start();
+    nsfdb::DatabaseData data;
+    try {
+        data = nsfdb::DatabaseFromJson(file.database);
+    } catch (const ToolError& error) {
+        throw ToolError(place + ": " + error.what());
+    }
+    nsfdb::CreateDatabase(path.string(), data, place);
+}
+
+void MakeFiles(const Scenario& scenario, const fs::path& staging, const std::string& source) {
+    PlatformForDatabases platform(staging / "data");
+    for (const ScenarioFile& file : scenario.files) {
+        fs::path path = staging / file.folder / file.relativePath;
+        MakeFolder(path.parent_path());
+        std::string place = source + ": " + file.folder + "[\"" + file.relativePath + "\"]";
+        if (file.isDatabase)
+            MakeDatabase(file, path, place, platform);
+        else
+            WriteFile(path, file.content);
+    }
+}
+
+std::string NotesIniText(const Scenario& scenario, const fs::path& dir) {
+    std::string text = "[Notes]\n";
+    for (const IniLine& line : NotesIniLines(scenario, dir.string())) text += line.first + "=" + line.second + "\n";
+    return text;
+}
+
+void Populate(const Scenario& scenario, const fs::path& staging, const fs::path& dir, const std::string& source) {
+    MakeFolder(staging / "data");
+    MakeFolder(staging / "install");
+    if (scenario.tempFolder) MakeFolder(staging / "data" / "rpxtemp");
+    MakeFiles(scenario, staging, source);
+    WriteFile(staging / "notes.ini", NotesIniText(scenario, dir));
+    if (scenario.serverSettings) WriteFile(staging / "server.json", scenario.serverSettings->dump(2) + "\n");
+}
+
+// rename() replaces an empty folder but never a folder with something in it.
+void Publish(const fs::path& staging, const fs::path& dir) {
+    if (std::rename(staging.c_str(), dir.c_str()) != 0)
+        throw ToolError(dir.string() + ": cannot create the server folder: " + std::strerror(errno));
+}
+
+}  // namespace
+
+void InitServer(const Scenario& scenario, const std::string& dirText, const std::string& source) {
+    fs::path dir = fs::path(nsfdb::AbsolutePath(dirText)).lexically_normal();
+    if (!dir.has_filename()) dir = dir.parent_path();  // "x/" -> "x"
+    CheckTarget(dir);
+    fs::path staging = MakeStagingFolder(dir);
+    try {
+        Populate(scenario, staging, dir, source);
+        Publish(staging, dir);
+    } catch (...) {
+        std::error_code ignored;
+        fs::remove_all(staging, ignored);
+        throw;
+    }
+}
+
+}  // namespace rpxserver
