@@ -132,6 +132,19 @@ void Publish(const fs::path& staging, const fs::path& dir) {
         throw ToolError(dir.string() + ": cannot create the server folder: " + std::strerror(errno));
 }
 
+void Discard(const fs::path& staging) {
+    std::error_code ignored;
+    fs::remove_all(staging, ignored);
+}
+
+// Messages name the paths the user asked for, not the temporary folder's.
+std::string AsFinalPaths(std::string message, const fs::path& staging, const fs::path& dir) {
+    const std::string from = staging.string(), to = dir.string();
+    for (size_t at = message.find(from); at != std::string::npos; at = message.find(from, at + to.size()))
+        message.replace(at, from.size(), to);
+    return message;
+}
+
 }  // namespace
 
 void InitServer(const Scenario& scenario, const std::string& dirText, const std::string& source) {
@@ -142,9 +155,11 @@ void InitServer(const Scenario& scenario, const std::string& dirText, const std:
     try {
         Populate(scenario, staging, dir, source);
         Publish(staging, dir);
+    } catch (const ToolError& error) {
+        Discard(staging);
+        throw ToolError(AsFinalPaths(error.what(), staging, dir));
     } catch (...) {
-        std::error_code ignored;
-        fs::remove_all(staging, ignored);
+        Discard(staging);
         throw;
     }
 }
