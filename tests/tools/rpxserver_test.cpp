@@ -136,6 +136,13 @@ TEST_F(RpxserverTest, InitMakesTheServerFolderOfTheScenario) {
     EXPECT_EQ(messages["notes"][0]["items"]["BuildNumber"], "5.6.1.3001");
     EXPECT_EQ(Dump(server / "install/program/V5.6.1.3100/rpvlog.ntf")["templateName"], "RPXLog");
     EXPECT_EQ(WorkEntries(), std::vector<std::string>{"srv"}) << "no temporary folder is left";
+
+    Result dump = Rpxserver({"dump", "srv"});
+    EXPECT_EQ(dump.exitCode, 0) << dump.err;
+    for (const char* line : {"  ServerName=CN=Beta/O=Acme", "  rpx/rpmsg.nsf  database \"Messages\", 1 note",
+                             "  rpx/PredefinedDLPPolicy.dat  file, 18 bytes", "  rpxtemp/",
+                             "  program/V5.6.1.3100/rpvlog.ntf  database \"\", 0 notes", "console.log: none"})
+        EXPECT_TRUE(Contains(dump.out, std::string(line) + "\n")) << line << " missing in:\n" << dump.out;
 }
 
 TEST_F(RpxserverTest, InitDefaultsOverridesAndEmptyTargetFolder) {

@@ -10,6 +10,7 @@
 #include "JsonFormat.h"
 #include "NotesSession.h"
 #include "Scenario.h"
+#include "ServerDump.h"
 #include "ServerHost.h"
 #include "ServerInit.h"
 
@@ -31,11 +32,13 @@ const char* const kToolHelp =
     "  init SCENARIO.json DIR       make the server folder DIR from a scenario\n"
     "  run DIR [--module PATH]      run a task module's MainEntryPoint on the server DIR\n"
     "  console DIR \"COMMAND\"        run one console command on the server DIR\n"
+    "  dump DIR                     show the server DIR: settings, files and databases\n"
     "\n"
     "Run \"rpxserver COMMAND --help\" for the details of a command.\n"
     "Exit status:\n"
     "  0    done (run: the task returned 0)\n"
-    "  1    init: the scenario was refused; console: the server did not take the command\n"
+    "  1    init: the scenario was refused; console: the server did not take the command;\n"
+    "       dump: DIR is not a server folder\n"
     "  1-99 run: the task's status; 100: a status of 100 or more (printed on standard error)\n"
     "  120  wrong arguments\n"
     "  121  the server did not start (notes.ini missing or unreadable, bad server.json)\n"
@@ -74,6 +77,13 @@ const char* const kConsoleHelp =
     "Starts the emulated server from DIR/notes.ini and runs one console command, as a command\n"
     "sent to the server's console. The console lines are shown on standard output and kept in\n"
     "DIR/console.log. Exit status 0 when the server took the command.\n";
+
+const char* const kDumpHelp =
+    "Usage: rpxserver dump DIR\n"
+    "\n"
+    "Shows the server folder DIR: its notes.ini, server.json, every file of data/ and install/\n"
+    "(a database with its title and number of notes) and the length of console.log.\n"
+    "Use \"nsfdb dump\" for a database's content.\n";
 
 bool IsHelp(const std::string& arg) {
     return arg == "--help" || arg == "-h" || arg == "help";
@@ -140,6 +150,14 @@ int Console(const std::vector<std::string>& args) {
     return RunConsoleCommand(args[0], args[1]);
 }
 
+int Dump(const std::vector<std::string>& args) {
+    if (args.size() != 1) return Usage("dump takes one server folder DIR", kDumpHelp);
+    DumpServer(args[0], std::cout);
+    std::cout.flush();
+    if (!std::cout) throw nsfdb::ToolError("cannot write to standard output");
+    return kExitOk;
+}
+
 struct Command {
     const char* name;
     int (*run)(const std::vector<std::string>&);
@@ -148,7 +166,8 @@ struct Command {
 
 const Command kCommands[] = {{"init", Init, [] { return std::string(kInitHelp); }},
                              {"run", Run, RunHelp},
-                             {"console", Console, [] { return std::string(kConsoleHelp); }}};
+                             {"console", Console, [] { return std::string(kConsoleHelp); }},
+                             {"dump", Dump, [] { return std::string(kDumpHelp); }}};
 
 int Dispatch(const std::vector<std::string>& args) {
     if (args.empty()) return Usage("a command is missing", kToolHelp);
