@@ -22,7 +22,7 @@ using nsfdb::ToolError;
 void WriteFile(const fs::path& path, const std::string& content) {
     std::error_code error;
     if (fs::exists(fs::symlink_status(path, error)))
-        throw ToolError(path.string() + ": the scenario gives this path twice");
+        throw ToolError(path.string() + ": the path is taken already (by another entry or a folder of the server)");
     std::ofstream out(path, std::ios::binary);
     out << content;
     out.close();
