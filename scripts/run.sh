@@ -26,6 +26,8 @@ mkdir -p "$demo"
 "$rpxserver" init examples/server/scenario.json "$server" >"$demo/init.out"
 cp -a "$server/data" "$demo/before"
 
+# The replication note's title is padded with NUL bytes; show a run of them as its length.
+squeeze_nul() { perl -pe 's/((?:\\u0000){2,})/"<" . length($1) \/ 6 . " NUL bytes>"/ge'; }
 debug_log() { (ls "$server"/data/rpxtemp/updrpx_*.dbg 2>/dev/null || true) | sort | tail -n 1; }
 line_count() { if [ -f "$1" ]; then wc -l <"$1"; else echo 0; fi; }
 
@@ -64,7 +66,7 @@ while IFS= read -r -d '' old; do
   cmp -s "$old" "$new" && continue
   changed=1
   case "$relative" in
-    *.nsf|*.ntf) echo "## $relative"; "$nsfdb" diff "$old" "$new" || true ;;
+    *.nsf|*.ntf) echo "## $relative"; ("$nsfdb" diff "$old" "$new" || true) | squeeze_nul ;;
     *) echo "## $relative"; diff -u "$old" "$new" | tail -n +3 || true ;;
   esac
   echo
