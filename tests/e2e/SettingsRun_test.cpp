@@ -63,13 +63,15 @@ TEST(SettingsRun, WithoutDatabasesOnlyTheSettingsAndBuildsAreReported) {
     EXPECT_EQ(HelpBuildNumber(server.Dump("rpx/rpmsg.nsf")), "5.6.1.3001");
 }
 
-TEST(SettingsRun, ListItemsKeepBlanksAndEmptyFirstItemsButNoEmptyLastItem) {
+TEST(SettingsRun, ListItemsKeepBlanksAndEmptyFirstItemsButNoEmptyLastItemAndPathsAreRefused) {
     const std::string blankName = " PredefinedDLPPolicy.dat";
-    Json scenario = BaseScenario(PatchIniShipping(",PredefinedDLPPolicy.dat," + blankName + ",PredefinedDLPPolicy.dat.nsf,"));
+    Json scenario =
+        BaseScenario(PatchIniShipping(",PredefinedDLPPolicy.dat," + blankName + ",../rpmsg.nsf,PredefinedDLPPolicy.dat.nsf,"));
     scenario["data"]["rpx/PredefinedDLPPolicy.dat"] = "revision 7\n";
     scenario["install"][std::string(kPatchFolder) + "/PredefinedDLPPolicy.dat"] = "revision 8\n";
     scenario["install"][std::string(kPatchFolder) + "/" + blankName] = "with a blank\n";
     scenario["install"][std::string(kPatchFolder) + "/PredefinedDLPPolicy.dat.nsf"] = "not a database\n";
+    scenario["install"]["program/rpmsg.nsf"] = "outside the patch folder\n";
     E2eServer server;
     ASSERT_TRUE(server.Create(scenario));
     EXPECT_EQ(server.Run().exitCode, 0);
@@ -84,11 +86,13 @@ TEST(SettingsRun, ListItemsKeepBlanksAndEmptyFirstItemsButNoEmptyLastItem) {
               (std::vector<std::string>{"Skip the database entry, it is not a plain file name. ()",
                                         "Enter dlpStr switch.", copied("PredefinedDLPPolicy.dat"),
                                         "Enter dlpStr switch.", copied(blankName),
+                                        "Skip the database entry, it is not a plain file name. (../rpmsg.nsf)",
                                         "Enter dlpStr switch.", copied("PredefinedDLPPolicy.dat.nsf")}));
     EXPECT_EQ(CountOf(messages, "Skip the database entry, it is not a plain file name. ()"), 1u) << "no empty last item";
     EXPECT_EQ(IndexOf(messages, "Enter nsfStr switch."), messages.size()) << "the DLP name wins over .nsf";
     EXPECT_EQ(ReadWholeFile(server.DataPath("rpx/PredefinedDLPPolicy.dat")), "revision 8\n");
     EXPECT_EQ(ReadWholeFile(server.DataPath("rpx/" + blankName)), "with a blank\n");
+    EXPECT_FALSE(fs::exists(server.DataPath("rpmsg.nsf"))) << "nothing is written outside rpx/";
     // The walk ended normally: the run goes on to stamping and the restart.
     EXPECT_EQ(server.ConsoleCommands(), std::vector<std::string>{"tell rpxreal restart"});
     EXPECT_EQ(HelpBuildNumber(server.Dump("rpx/rpmsg.nsf")), "5.6.1.3100");
