@@ -217,3 +217,23 @@ TEST(DatabaseWalk, OnlyTheExactNameRpconfNtfStartsTheConfigurationMigration) {
     }
     EXPECT_TRUE(namedSource);
 }
+
+TEST(DatabaseWalk, OldPatternDatabaseIsRebuiltOnlyBelowDatabaseBuild3050) {
+    for (int databaseBuild : {3049, 3050}) {
+        Json scenario = BaseScenario(PatchIniShipping("PredefinedDLPPolicy.dat"));
+        scenario["install"][kPatch + "/PredefinedDLPPolicy.dat"] = "revision 8\n";
+        scenario["data"]["rpx/rpmsg.nsf"] = ProductDatabase("Messages", databaseBuild);
+        Json pattern = ProductDatabase("Pattern Files", databaseBuild);
+        pattern["notes"].push_back(Document({{"Form", "Patternfile"}, {"InternalPVer", "1743"}}));
+        scenario["data"]["rpx/rpency.nsf"] = pattern;
+        scenario["data"]["rpx/rpency.ntf"] = ProductTemplate("Pattern Files Template", "RPXPattern", 3100, "fresh");
+        E2eServer server;
+        ASSERT_TRUE(server.Create(scenario));
+        server.Run();
+        bool rebuilt = server.Logged("rpency.nsf is old format, recreate it");
+        EXPECT_EQ(rebuilt, databaseBuild < 3050) << databaseBuild;
+        EXPECT_EQ(Markers(server.Dump("rpx/rpency.nsf")),
+                  rebuilt ? std::vector<std::string>{"fresh"} : std::vector<std::string>{""})
+            << databaseBuild;
+    }
+}
