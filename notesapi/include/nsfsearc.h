@@ -72,6 +72,14 @@ STATUS LNPUBLIC NSFFormulaCompile(char far *FormulaName, WORD FormulaNameLength,
                                   WORD far *retCompileErrorOffset,
                                   WORD far *retCompileErrorLength);
 
+/* Gives back the LMBCS text of a compiled formula (a selection formula of
+   a view when fSelectionFormula). The text is not NUL-terminated; free it
+   with OSMemFree. */
+STATUS LNPUBLIC NSFFormulaDecompile(char far *pFormulaBuffer,
+                                    BOOL fSelectionFormula,
+                                    DHANDLE far *rethFormulaText,
+                                    WORD far *retFormulaTextLength);
+
 #ifdef __cplusplus
 }
 #endif

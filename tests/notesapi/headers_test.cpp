@@ -387,6 +387,7 @@ TEST(NotesHeaderSignatures, SearchAndFormula) {
     EXPECT_TRUE((same<decltype(&NSFFormulaCompile),
                       STATUS (*)(char *, WORD, const char *, WORD, HANDLE *, WORD *,
                                  STATUS *, WORD *, WORD *, WORD *, WORD *)>));
+    EXPECT_TRUE((same<decltype(&NSFFormulaDecompile), STATUS (*)(char *, BOOL, DHANDLE *, WORD *)>));
 }
 
 TEST(NotesHeaderSignatures, NoteAndItemCalls) {

@@ -67,6 +67,9 @@ std::unique_ptr<Program> Compile(std::string_view lmbcsSource, CompileError& err
 std::vector<unsigned char> Serialize(const Program&);
 // nullptr when the bytes are not a compiled formula; every length is checked against the buffer.
 std::unique_ptr<Program> Deserialize(const unsigned char* bytes, size_t length);
+// The length of the compiled formula that starts at `bytes`, reading at most `limit` bytes and none
+// past the formula's own end; 0 when the bytes do not start with a valid compiled formula.
+size_t CompiledLength(const unsigned char* bytes, size_t limit);
 // The original source text, for NSFFormulaDecompile and dumps ("" if the bytes are invalid).
 std::string SourceOf(const unsigned char* bytes, size_t length);
 const std::string& Source(const Program&);

@@ -199,14 +199,28 @@ bool ReadChildren(Reader& reader, Program::Compiled& compiled) {
     return true;
 }
 
-std::unique_ptr<Program::Compiled> Read(const unsigned char* bytes, size_t length) {
+// Reads one compiled formula from the start of the buffer; `used` receives its length. The reader
+// goes forward only, so no byte beyond the formula's end is looked at.
+std::unique_ptr<Program::Compiled> ReadPrefix(const unsigned char* bytes, size_t length, size_t& used) {
+    used = 0;
+    // The magic byte by byte: a buffer that holds something else is left after its first wrong byte.
+    for (size_t i = 0; i < sizeof kMagic; ++i) {
+        if (!bytes || i >= length || bytes[i] != kMagic[i]) return nullptr;
+    }
     Reader reader(bytes, length);
     auto compiled = std::make_unique<Program::Compiled>();
     const bool read = ReadHeader(reader, compiled->source) && ReadFields(reader, *compiled) &&
                       ReadLiterals(reader, *compiled) && ReadNodes(reader, *compiled) &&
                       ReadChildren(reader, *compiled);
-    if (!read || reader.left() != 0 || !IsWellFormed(*compiled)) return nullptr;
+    if (!read || !IsWellFormed(*compiled)) return nullptr;
+    used = length - reader.left();
     return compiled;
+}
+
+std::unique_ptr<Program::Compiled> Read(const unsigned char* bytes, size_t length) {
+    size_t used = 0;
+    auto compiled = ReadPrefix(bytes, length, used);
+    return compiled && used == length ? std::move(compiled) : nullptr;
 }
 
 }  // namespace
@@ -243,6 +257,11 @@ std::unique_ptr<Program> Deserialize(const unsigned char* bytes, size_t length) 
     auto compiled = Read(bytes, length);
     if (!compiled) return nullptr;
     return std::make_unique<Program>(std::move(compiled));
+}
+
+size_t CompiledLength(const unsigned char* bytes, size_t limit) {
+    size_t used = 0;
+    return ReadPrefix(bytes, limit, used) ? used : 0;
 }
 
 std::string SourceOf(const unsigned char* bytes, size_t length) {

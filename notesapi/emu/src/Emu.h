@@ -112,6 +112,9 @@ HANDLE AddDatabase(std::unique_ptr<DatabaseObject> db);
 HANDLE AddNote(std::unique_ptr<NoteObject> note);
 HANDLE AddMemory(std::unique_ptr<MemoryObject> mem);
 HANDLE NewMemory(Bytes bytes);
+// When p points into a memory object (OSLockObject, OSLockBlock), the bytes
+// from p to the object's end; lets a call that gets a bare pointer stay in bounds.
+bool MemoryAvailableAt(const void* p, size_t& available);
 // Releases a handle of any kind with what it owns (a database's notes, a note's item memory).
 void ReleaseHandle(HANDLE h);
 // Drops the memory object exposing an item, if one was made.

@@ -99,6 +99,19 @@ HANDLE AddMemory(std::unique_ptr<MemoryObject> mem) {
 	return Add(std::move(e));
 }
 
+bool MemoryAvailableAt(const void* p, size_t& available) {
+	const auto address = reinterpret_cast<uintptr_t>(p);
+	for (const auto& entry : Handles().entries) {
+		if (entry.second.kind != Kind::Memory) continue;
+		const Bytes& bytes = *entry.second.mem->bytes;
+		const auto begin = reinterpret_cast<uintptr_t>(bytes.data());
+		if (bytes.empty() || address < begin || address >= begin + bytes.size()) continue;
+		available = begin + bytes.size() - address;
+		return true;
+	}
+	return false;
+}
+
 HANDLE NewMemory(Bytes bytes) {
 	auto mem = std::make_unique<MemoryObject>();
 	mem->bytes = std::make_shared<Bytes>(std::move(bytes));
