@@ -1,0 +1,288 @@
+// Search throughput: NSFSearch with a compiled selection formula over a database of N documents,
+// against the fastest a reader of the same file could go, a plain SQLite scan that reads the same
+// rows and finds the same items by itself.
+//
+//   search_bench [--docs=N] [Google Benchmark flags]      (or RPX_BENCH_DOCS=N; default 1,000,000)
+//
+// The database is made once through the public API and kept in the data folder
+// (RPX_BENCH_DIR, else build/.../bench-data) as search-N.nsf; later runs reuse it.
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "BenchSupport.h"
+#include "global.h"
+#include "nsfdata.h"
+#include "nsfdb.h"
+#include "oserr.h"
+#include "nsfnote.h"
+#include "nsfsearc.h"
+#include "osmem.h"
+
+namespace {
+
+constexpr const char* kFormula = "Form=\"dictionary\" | Form=\"entity\"";
+
+long long gDocs = 0;
+std::string gPath;       // absolute path of the database file
+std::string gNotesPath;  // the same, relative to the data directory
+long long gSearchMatches = -1;
+long long gScanMatches = -1;
+
+void Fail(const char* what, STATUS status) {
+    std::fprintf(stderr, "%s failed with status 0x%04X\n", what, static_cast<unsigned>(ERR(status)));
+    std::exit(1);
+}
+
+// Form of the i-th document: half of them are selected by the formula, one of those in upper case.
+const char* FormOf(long long i) {
+    static const char* const kForms[] = {"dictionary", "entity", "rule",   "Dictionary", "template",
+                                         "entity",     "policy", "Memo",   "dictionary", "Response"};
+    return kForms[i % 10];
+}
+
+void AddDocument(DBHANDLE db, long long i) {
+    NOTEHANDLE note;
+    if (STATUS s = NSFNoteCreate(db, &note)) Fail("NSFNoteCreate", s);
+    std::string name = "Entry " + std::to_string(i);
+    std::string subject = "Credit card number pattern " + std::to_string(i % 977);
+    std::string body(120, static_cast<char>('a' + i % 26));
+    NUMBER count = static_cast<NUMBER>(i % 1000);
+    const char* form = FormOf(i);
+    // Form is not the first item: a search has to look past others to find it.
+    STATUS s = NSFItemSetText(note, "Name", name.data(), static_cast<WORD>(name.size()));
+    if (!s) s = NSFItemSetText(note, "Subject", subject.data(), static_cast<WORD>(subject.size()));
+    if (!s) s = NSFItemSetText(note, "Form", form, static_cast<WORD>(std::strlen(form)));
+    if (!s) s = NSFItemSetNumber(note, "Count", &count);
+    if (!s) s = NSFItemAppend(note, 0, "Body", 4, TYPE_TEXT, body.data(), body.size());  // not summary
+    if (!s) s = NSFNoteUpdate(note, 0);
+    if (s) Fail("writing a document", s);
+    NSFNoteClose(note);
+}
+
+// While the database is made, SQLite's default file system leaves out its flushes to disk: the
+// build writes one transaction per note through NSFNoteUpdate, and a flush for each would make a
+// million notes take hours. What is measured later reads the finished file and is not affected.
+class NoSyncFileSystem {
+public:
+    NoSyncFileSystem() {
+        real_ = sqlite3_vfs_find(nullptr);
+        vfs_ = *real_;
+        vfs_.zName = "rpxbench-nosync";
+        vfs_.pAppData = this;
+        vfs_.xOpen = Open;
+        vfs_.xDelete = [](sqlite3_vfs* vfs, const char* name, int) {
+            return Self(vfs)->real_->xDelete(Self(vfs)->real_, name, 0);
+        };
+        sqlite3_vfs_register(&vfs_, 1);
+    }
+    ~NoSyncFileSystem() {
+        sqlite3_vfs_unregister(&vfs_);
+        sqlite3_vfs_register(real_, 1);
+    }
+
+private:
+    static NoSyncFileSystem* Self(sqlite3_vfs* vfs) { return static_cast<NoSyncFileSystem*>(vfs->pAppData); }
+    static int Open(sqlite3_vfs* vfs, sqlite3_filename name, sqlite3_file* file, int flags, int* outFlags) {
+        NoSyncFileSystem* self = Self(vfs);
+        int rc = self->real_->xOpen(self->real_, name, file, flags, outFlags);
+        if (rc != SQLITE_OK || !file->pMethods) return rc;
+        // A copy of each method table the real file system hands out (journals get other ones than
+        // databases), with the flush left out.
+        auto inserted = self->methods_.emplace(file->pMethods, *file->pMethods);
+        if (inserted.second) inserted.first->second.xSync = [](sqlite3_file*, int) { return SQLITE_OK; };
+        file->pMethods = &inserted.first->second;
+        return rc;
+    }
+
+    sqlite3_vfs* real_;
+    sqlite3_vfs vfs_;
+    std::map<const sqlite3_io_methods*, sqlite3_io_methods> methods_;
+};
+
+bool Exists(const std::string& path) {
+    struct stat st;
+    return ::stat(path.c_str(), &st) == 0;
+}
+
+// Makes the database unless a complete one is there: it is built under a temporary name and
+// renamed when done, so an interrupted build is started afresh.
+void PrepareDatabase(const std::string& folder) {
+    gNotesPath = "search-" + std::to_string(gDocs) + ".nsf";
+    gPath = folder + "/" + gNotesPath;
+    if (Exists(gPath)) return;
+    std::string partial = "search-" + std::to_string(gDocs) + "-partial.nsf";
+    ::unlink((folder + "/" + partial).c_str());
+    std::fprintf(stderr, "making %s with %lld documents (once)...\n", gPath.c_str(), gDocs);
+    auto start = std::chrono::steady_clock::now();
+    NoSyncFileSystem noSync;
+    if (STATUS s = NSFDbCreate(partial.c_str(), DBCLASS_NOTEFILE, FALSE)) Fail("NSFDbCreate", s);
+    DBHANDLE db;
+    if (STATUS s = NSFDbOpen(partial.c_str(), &db)) Fail("NSFDbOpen", s);
+    for (long long i = 0; i < gDocs; ++i) {
+        AddDocument(db, i);
+        if ((i + 1) % 100000 == 0) std::fprintf(stderr, "  %lld\n", i + 1);
+    }
+    NSFDbClose(db);
+    if (::rename((folder + "/" + partial).c_str(), gPath.c_str()) != 0) {
+        std::perror("rename");
+        std::exit(1);
+    }
+    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    std::fprintf(stderr, "made in %.1f s (%.0f documents/s)\n", seconds, gDocs / seconds);
+}
+
+void StartPlatform(const std::string& folder) {
+    std::string ini = folder + "/notes.ini";
+    FILE* f = std::fopen(ini.c_str(), "w");
+    if (!f) Fail("writing notes.ini", ERR_IOERROR);
+    std::fprintf(f, "[Notes]\nDirectory=%s\n", folder.c_str());
+    std::fclose(f);
+    std::string argument = "=" + ini;
+    char program[] = "search_bench";
+    char* argv[] = {program, argument.data(), nullptr};
+    if (STATUS s = NotesInitExtended(2, argv)) Fail("NotesInitExtended", s);
+}
+
+STATUS LNCALLBACK CountMatch(void* parameter, SEARCH_MATCH* match, ITEM_TABLE*) {
+    SEARCH_MATCH m;
+    std::memcpy(&m, match, sizeof m);  // the platform's record need not be aligned
+    if (m.SERetFlags & SE_FMATCH) ++*static_cast<long long*>(parameter);
+    return NOERROR;
+}
+
+void BM_NSFSearch(benchmark::State& state) {
+    DBHANDLE db;
+    if (STATUS s = NSFDbOpen(gNotesPath.c_str(), &db)) Fail("NSFDbOpen", s);
+    FORMULAHANDLE formula;
+    WORD length, line, column, offset, errorLength;
+    STATUS error;
+    if (STATUS s = NSFFormulaCompile(nullptr, 0, kFormula, static_cast<WORD>(std::strlen(kFormula)), &formula,
+                                     &length, &error, &line, &column, &offset, &errorLength))
+        Fail("NSFFormulaCompile", s);
+    long long matches = 0;
+    for (auto _ : state) {
+        matches = 0;
+        if (STATUS s = NSFSearch(db, formula, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, CountMatch, &matches,
+                                 nullptr))
+            Fail("NSFSearch", s);
+    }
+    gSearchMatches = matches;
+    state.counters["notes/s"] = benchmark::Counter(static_cast<double>(gDocs), benchmark::Counter::kIsIterationInvariantRate);
+    state.counters["matches"] = static_cast<double>(matches);
+    OSMemFree(formula);
+    NSFDbClose(db);
+}
+
+// ---- The raw scan ----------------------------------------------------------------------------
+// It knows the emulator's row layout: notes(id, head, summary), head starting with the class WORD
+// and the deletion WORD; summary a run of item records (WORD ordinal, WORD flags, WORD name
+// length, DWORD value length, the name, then the value: type WORD and bytes).
+
+bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
+    if (a.size() != b.size()) return false;
+    for (size_t i = 0; i < a.size(); ++i) {
+        char x = a[i], y = b[i];
+        if (x >= 'A' && x <= 'Z') x = static_cast<char>(x - 'A' + 'a');
+        if (y >= 'A' && y <= 'Z') y = static_cast<char>(y - 'A' + 'a');
+        if (x != y) return false;
+    }
+    return true;
+}
+
+// The text of the summary item `name`, empty when missing or not text.
+std::string_view SummaryText(const unsigned char* p, size_t size, std::string_view name) {
+    const unsigned char* end = p + size;
+    while (end - p >= 10) {
+        uint16_t nameLength;
+        uint32_t valueLength;
+        std::memcpy(&nameLength, p + 4, 2);
+        std::memcpy(&valueLength, p + 6, 4);
+        p += 10;
+        if (static_cast<size_t>(end - p) < size_t{nameLength} + valueLength || valueLength < 2) break;
+        std::string_view itemName(reinterpret_cast<const char*>(p), nameLength);
+        const unsigned char* value = p + nameLength;
+        p = value + valueLength;
+        if (!EqualsIgnoringCase(itemName, name)) continue;
+        uint16_t type;
+        std::memcpy(&type, value, 2);
+        if (type != TYPE_TEXT) break;
+        return std::string_view(reinterpret_cast<const char*>(value + 2), valueLength - 2);
+    }
+    return std::string_view();
+}
+
+void BM_RawSqliteScan(benchmark::State& state) {
+    sqlite3* db = nullptr;
+    if (sqlite3_open_v2(gPath.c_str(), &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK) {
+        state.SkipWithError("cannot open the database with SQLite");
+        sqlite3_close(db);
+        return;
+    }
+    sqlite3_stmt* st = nullptr;
+    if (sqlite3_prepare_v2(db, "SELECT id, head, summary FROM notes ORDER BY id", -1, &st, nullptr) != SQLITE_OK) {
+        state.SkipWithError(sqlite3_errmsg(db));
+        sqlite3_close(db);
+        return;
+    }
+    long long matches = 0;
+    for (auto _ : state) {
+        matches = 0;
+        while (sqlite3_step(st) == SQLITE_ROW) {
+            const auto* head = static_cast<const unsigned char*>(sqlite3_column_blob(st, 1));
+            if (!head || sqlite3_column_bytes(st, 1) < 4) continue;
+            uint16_t noteClass, deleted;
+            std::memcpy(&noteClass, head, 2);
+            std::memcpy(&deleted, head + 2, 2);
+            if (!(noteClass & NOTE_CLASS_DOCUMENT) || deleted) continue;
+            const auto* summary = static_cast<const unsigned char*>(sqlite3_column_blob(st, 2));
+            std::string_view form =
+                SummaryText(summary, static_cast<size_t>(sqlite3_column_bytes(st, 2)), "Form");
+            if (EqualsIgnoringCase(form, "dictionary") || EqualsIgnoringCase(form, "entity")) ++matches;
+        }
+        sqlite3_reset(st);
+    }
+    gScanMatches = matches;
+    state.counters["notes/s"] = benchmark::Counter(static_cast<double>(gDocs), benchmark::Counter::kIsIterationInvariantRate);
+    state.counters["matches"] = static_cast<double>(matches);
+    sqlite3_finalize(st);
+    sqlite3_close(db);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    gDocs = rpxbench::Setting(argc, argv, "docs", "RPX_BENCH_DOCS", 1000000);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    std::string folder = rpxbench::DataFolder();
+    StartPlatform(folder);
+    PrepareDatabase(folder);
+
+    benchmark::RegisterBenchmark("NSFSearch", BM_NSFSearch)->Unit(benchmark::kMillisecond)->UseRealTime();
+    benchmark::RegisterBenchmark("RawSqliteScan", BM_RawSqliteScan)->Unit(benchmark::kMillisecond)->UseRealTime();
+    rpxbench::RateReporter reporter("notes/s");
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+    NotesTerm();
+
+    double search = reporter.Rate("NSFSearch"), scan = reporter.Rate("RawSqliteScan");
+    std::printf("\nformula: %s, %lld documents\n", kFormula, gDocs);
+    std::printf("NSFSearch:       %12.0f notes/s  (%lld matches)\n", search, gSearchMatches);
+    std::printf("raw SQLite scan: %12.0f notes/s  (%lld matches)\n", scan, gScanMatches);
+    if (search > 0 && scan > 0) std::printf("ratio search/scan: %.2f\n", search / scan);
+    if (gSearchMatches >= 0 && gScanMatches >= 0 && gSearchMatches != gScanMatches) {
+        std::fprintf(stderr, "the search and the scan disagree on the number of matches\n");
+        return 1;
+    }
+    return 0;
+}
