@@ -1,6 +1,7 @@
 // Database maintenance when the platform fails, end to end: a preparation search refused with
 // 0x9728, a note that cannot be opened while signing, searches that fail in the stamping and
-// signing walks, and a server without "MailServer". Each failure is logged and the walk goes on.
+// signing walks, a pattern database that cannot be created again, and a server without
+// "MailServer". Each failure is logged and the walk goes on.
 #include "E2eScenario.h"
 
 using namespace e2e;
@@ -50,14 +51,18 @@ TEST(MaintenanceFailures, FailuresAreLoggedAndEveryDatabaseIsStillWorkedOn) {
     scenario["notesIni"].erase("MailServer");
     scenario["install"][kPatch + "/rpconf.nsf"] = Shipped("Configuration");
     scenario["install"][kPatch + "/rpquar.nsf"] = Shipped("Quarantine");
-    Json log = Shipped("Virus Log");
-    log["notes"].back()["unid"] = kLockedFormUnid;  // the last note: everything before it is reached
-    scenario["install"][kPatch + "/rpvlog.nsf"] = log;
+    Json virusLog = Shipped("Virus Log");
+    virusLog["notes"].back()["unid"] = kLockedFormUnid;  // the last note: everything before it is reached
+    scenario["install"][kPatch + "/rpvlog.nsf"] = virusLog;
     scenario["data"]["rpx/rpftypes.nsf"] = Shipped("File Types");
+    scenario["data"]["rpx/rpency.nsf"] =
+        Json{{"notes", Json::array({Document({{"Form", "Patternfile"}, {"InternalPVer", "1234"}})})}};
+    scenario["data"]["rpx/rpency.ntf"] = Json{{"templateName", "RPXPattern"}, {"notes", Json::array({HelpNote(3001)})}};
     scenario["server"]["faults"] = Json::array(
         {{{"call", "NSFSearch"}, {"path", "rpx/rpquar.nsf"}, {"status", 0x9728}, {"count", 1}},
          {{"call", "NSFNoteOpen"}, {"unid", kLockedFormUnid}, {"status", kNoAccess}},
-         {{"call", "NSFSearch"}, {"path", "rpx/rpftypes.nsf"}, {"status", kIoError}}});
+         {{"call", "NSFSearch"}, {"path", "rpx/rpftypes.nsf"}, {"status", kIoError}},
+         {{"call", "NSFDbCreateAndCopy"}, {"status", kIoError}}});
     E2eServer server;
     ASSERT_TRUE(server.Create(scenario));
     const CommandResult& run = server.Run();
@@ -107,6 +112,21 @@ TEST(MaintenanceFailures, FailuresAreLoggedAndEveryDatabaseIsStillWorkedOn) {
     auto console = server.ConsoleLines();
     EXPECT_LT(IndexOf(console, ioError), console.size());
     EXPECT_LT(IndexOf(console, noAccess), console.size());
+
+    // The pattern database could not be created again: the old one was taken offline (and its
+    // file removed with it) and stays that way; the later walks cannot open it.
+    auto debugLog = server.DebugLog();
+    auto rebuildFailed = std::find_if(debugLog.begin(), debugLog.end(), [](const LogLine& line) {
+        return line.text == "Failed to recreate rpency.nsf, Error: 10E";
+    });
+    ASSERT_NE(rebuildFailed, debugLog.end());
+    EXPECT_EQ(rebuildFailed->level, 0);
+    EXPECT_TRUE(Absent(messages, "Success created new rpency.nsf"));
+    EXPECT_TRUE(Absent(messages, "Info: start to set build number -'rpx/rpency.nsf'.\n"));
+    size_t patternOpen = IndexOf(messages, "rpx\\rpency.nsf", IndexOf(messages, "SignDatabase Enter"));
+    ASSERT_LT(patternOpen + 1, messages.size());
+    EXPECT_EQ(messages[patternOpen + 1].rfind("Failed to open rpx\\rpency.nsf - ", 0), 0u) << messages[patternOpen + 1];
+    EXPECT_FALSE(fs::exists(server.DataPath("rpx/rpency.nsf")));
 
     // Without "MailServer" the old replication notes go and no new one is written.
     for (const char* name : {"rpconf.nsf", "rpquar.nsf", "rpvlog.nsf", "rpmsg.nsf"}) {
