@@ -11,8 +11,10 @@ namespace {
 const std::string kPatch = kPatchFolder;
 const int kHiddenDesign = 0x0020;
 const std::string kLockedFormUnid = "0123456789ABCDEF0123456789ABCDEF";
+const std::string kLockedHelpUnid = "FEDCBA9876543210FEDCBA9876543210";
 const int kNoAccess = 0x0246;  // "You are not authorized to perform that operation"
 const int kIoError = 0x010E;   // "I/O data error"
+const int kNoteDeleted = 0x0225;  // "Document has been deleted"
 
 Json Note(const std::string& noteClass, Json items) {
     return Json{{"class", noteClass}, {"items", std::move(items)}};
@@ -55,6 +57,9 @@ TEST(MaintenanceFailures, FailuresAreLoggedAndEveryDatabaseIsStillWorkedOn) {
     virusLog["notes"].back()["unid"] = kLockedFormUnid;  // the last note: everything before it is reached
     scenario["install"][kPatch + "/rpvlog.nsf"] = virusLog;
     scenario["data"]["rpx/rpftypes.nsf"] = Shipped("File Types");
+    Json time{{"notes", Json::array({HelpNote(3001), HelpNote(3001)})}};
+    time["notes"][0]["unid"] = kLockedHelpUnid;
+    scenario["data"]["rpx/rptime.nsf"] = time;
     scenario["data"]["rpx/rpency.nsf"] =
         Json{{"notes", Json::array({Document({{"Form", "Patternfile"}, {"InternalPVer", "1234"}})})}};
     scenario["data"]["rpx/rpency.ntf"] = Json{{"templateName", "RPXPattern"}, {"notes", Json::array({HelpNote(3001)})}};
@@ -62,7 +67,8 @@ TEST(MaintenanceFailures, FailuresAreLoggedAndEveryDatabaseIsStillWorkedOn) {
         {{{"call", "NSFSearch"}, {"path", "rpx/rpquar.nsf"}, {"status", 0x9728}, {"count", 1}},
          {{"call", "NSFNoteOpen"}, {"unid", kLockedFormUnid}, {"status", kNoAccess}},
          {{"call", "NSFSearch"}, {"path", "rpx/rpftypes.nsf"}, {"status", kIoError}},
-         {{"call", "NSFDbCreateAndCopy"}, {"status", kIoError}}});
+         {{"call", "NSFDbCreateAndCopy"}, {"status", kIoError}},
+         {{"call", "NSFNoteOpen"}, {"unid", kLockedHelpUnid}, {"status", kNoteDeleted}}});
     E2eServer server;
     ASSERT_TRUE(server.Create(scenario));
     const CommandResult& run = server.Run();
@@ -112,6 +118,18 @@ TEST(MaintenanceFailures, FailuresAreLoggedAndEveryDatabaseIsStillWorkedOn) {
     auto console = server.ConsoleLines();
     EXPECT_LT(IndexOf(console, ioError), console.size());
     EXPECT_LT(IndexOf(console, noAccess), console.size());
+
+    // A help note that cannot be opened is reported on the console in the platform's words (once
+    // by the stamping, before the signing walk reaches the database, once by the signing walk);
+    // the other help note is stamped.
+    auto helps = NotesOfClass(server.Dump("rpx/rptime.nsf"), "help");
+    ASSERT_EQ(helps.size(), 2u);
+    EXPECT_EQ(ItemText(helps[0], "BuildNumber"), "5.6.1.3001");
+    EXPECT_EQ(ItemText(helps[1], "BuildNumber"), "5.6.1.3100");
+    const std::string deleted = "Document has been deleted";
+    EXPECT_EQ(CountOf(console, deleted), 2u);
+    EXPECT_LT(IndexOf(console, deleted), IndexOf(console, "rpx\\rphelp.nsf"));
+    EXPECT_LT(IndexOf(messages, "Failed to sign rpx\\rptime.nsf - " + deleted), messages.size());
 
     // The pattern database could not be created again: the old one was taken offline (and its
     // file removed with it) and stays that way; the later walks cannot open it.

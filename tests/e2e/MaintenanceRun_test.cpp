@@ -166,6 +166,11 @@ TEST(MaintenanceRun, PatchStampsSignsReplacesReplicationNotesAndRebuildsTheOldPa
         EXPECT_EQ(ItemText(help, "BuildNumber"), "5.6.1.3100");
         EXPECT_TRUE(Signed(help));
     }
+    for (const Json& note : archive["notes"]) {
+        if (note.value("class", "") != "help") {
+            EXPECT_TRUE(ItemValue(note, "BuildNumber").is_null()) << note.dump();
+        }
+    }
     for (const char* designClass : {"form", "info", "field"}) {
         auto notes = NotesOfClass(archive, designClass);
         ASSERT_EQ(notes.size(), 1u) << designClass;
