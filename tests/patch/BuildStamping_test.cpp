@@ -90,3 +90,27 @@ TEST_F(BuildStampingTest, NoteStampReturnsTheFailureForBuildNumberToReport) {
     EXPECT_EQ(ItemText(db, help, "BuildNumber"), "5.6.1.3105");
     NSFDbClose(db);
 }
+
+// The table is shared with the product's other tasks: names, order, flags and room for a path.
+TEST(BuildStampingTable, ListsTheElevenDatabasesInOrderWithTheirTemplatesAndFlags) {
+    struct Row {
+        const char* templateName;
+        const char* databaseName;
+        int flag;
+    };
+    const Row expected[] = {{"rpconf.ntf", "rpconf.nsf", 1},   {"rpxdtas.ntf", "rpxdtas.nsf", 1},
+                            {"rpency.ntf", "rpency.nsf", 1},   {"rpvlog.ntf", "rpvlog.nsf", 1},
+                            {"rpquar.ntf", "rpquar.nsf", 1},   {nullptr, "rpftypes.nsf", 1},
+                            {nullptr, "rphelp.nsf", 1},        {"rptime.ntf", "rptime.nsf", 1},
+                            {"rpxapproved.ntf", "rpxapproved.nsf", 1}, {nullptr, "rpmsg.nsf", 0},
+                            {nullptr, "rplists.nsf", 0},       {nullptr, nullptr, 0}};
+    static_assert(sizeof(DBNameEntry::path) == 512, "room for a full path");
+    ASSERT_EQ(sizeof expected / sizeof expected[0], (size_t)kDBNamesRows);
+    auto same = [](const char* a, const char* b) { return a == b || (a && b && std::strcmp(a, b) == 0); };
+    for (int row = 0; row < kDBNamesRows; ++row) {
+        EXPECT_TRUE(same(DBNames[row].templateName, expected[row].templateName)) << "row " << row;
+        EXPECT_TRUE(same(DBNames[row].databaseName, expected[row].databaseName)) << "row " << row;
+        EXPECT_EQ(DBNames[row].flag, expected[row].flag) << "row " << row;
+        EXPECT_EQ(DBNames[row].path[0], '\0') << "row " << row;
+    }
+}
