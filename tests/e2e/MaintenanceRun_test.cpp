@@ -3,6 +3,7 @@
 // replaces the old ones, and the rebuild of an old-format pattern database; then a second run
 // that finds the build stamped and does nothing.
 #include <map>
+#include <regex>
 
 #include "E2eScenario.h"
 
@@ -271,4 +272,32 @@ TEST(MaintenanceRun, PatternDatabaseBusyForEverIsLeftOnlineAndUnchanged) {
     EXPECT_EQ(pattern.value("replicaId", ""), "33333333:44444444");
     EXPECT_EQ(DocumentValues(pattern, "InternalPVer"), std::vector<std::string>{"1234"});
     EXPECT_EQ(AclLevels(pattern), AclLevels(scenario["data"]["rpx/rpency.nsf"]));
+}
+
+TEST(MaintenanceRun, PatternFormulaThatDoesNotCompileIsReportedAndTheDatabaseClosed) {
+    Json scenario = BaseScenario(PatchIniShipping("rplists.nsf"));
+    scenario["install"][kPatch + "/rplists.nsf"] = ProductDatabase("Lists", 3100, "new lists");
+    scenario["data"]["rpx/rpency.nsf"] = PatternDatabase({{"Patternfile", "1234"}});
+    scenario["data"]["rpx/rpency.ntf"] = PatternTemplate();
+    // The pattern check compiles the first formula of the run.
+    scenario["server"]["faults"] = Json::array({{{"call", "NSFFormulaCompile"}, {"status", 0x010E}, {"count", 1}}});
+    E2eServer server;
+    ASSERT_TRUE(server.Create(scenario));
+    const CommandResult& run = server.Run();
+    ASSERT_EQ(run.exitCode, 0);
+
+    const std::regex compileError(R"(\[[^:\]]+\.cpp:2071\]UpdateRpency Cannot compile the formula! error\[270\]\n)");
+    int reported = 0;
+    for (const LogLine& line : server.DebugLog()) {
+        if (std::regex_match(line.text, compileError)) {
+            ++reported;
+            EXPECT_EQ(line.level, 0);
+        }
+    }
+    EXPECT_EQ(reported, 1);
+    EXPECT_FALSE(server.Logged("rpency.nsf is old format, recreate it"));
+    EXPECT_EQ(run.err.find("rpency.nsf"), std::string::npos) << "the pattern database is closed:\n" << run.err;
+    Json pattern = server.Dump("rpx/rpency.nsf");
+    EXPECT_EQ(pattern.value("replicaId", ""), "33333333:44444444");
+    EXPECT_EQ(DocumentValues(pattern, "InternalPVer"), std::vector<std::string>{"1234"});
 }
