@@ -19,6 +19,11 @@
  * - OSTranslate writes a NUL after its result when there is room (never counted).
  * - Search formulas and summary buffers see summary items (ITEM_SUMMARY) only, as on the
  *   platform: tools that build notes must mark the items a formula needs as summary.
+ * - NSFFormulaDecompile gives back the text exactly as it was compiled, whatever
+ *   fSelectionFormula says (a leading SELECT stays as written, none is added). It reads no
+ *   further than the compiled formula's own lengths and, for a pointer into platform memory
+ *   (OSLockObject, OSLockBlock), no further than that block; other bytes give
+ *   ERR_INVALID_FORMULA.
  * - Stale, zero and wrong-kind handles: ERR_OS_FREE_HANDLE, ERR_OS_NULL_HANDLE,
  *   ERR_OS_HANDLE_RANGE; OSLockObject gives NULL. OSMemFree of a locked object gives
  *   ERR_OS_STILL_LOCKED, of item memory owned by a note ERR_OS_HANDLE_RANGE.
