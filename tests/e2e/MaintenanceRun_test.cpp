@@ -187,6 +187,10 @@ TEST(MaintenanceRun, PatchStampsSignsReplacesReplicationNotesAndRebuildsTheOldPa
     auto replication = NotesOfClass(archive, "replformula");
     ASSERT_EQ(replication.size(), 1u) << "the two old replication notes are replaced by one";
     const Json& repl = replication[0];
+    std::vector<std::string> itemNames;
+    for (auto it = repl["items"].begin(); it != repl["items"].end(); ++it) itemNames.push_back(it.key());
+    EXPECT_EQ(itemNames, (std::vector<std::string>{"$TITLE", "$ReplVersion", "$ReplSrcServers", "$ReplClassMasks",
+                                                   "$ReplFormula"}));
     std::string title = std::string(kServerName) + std::string(256 - std::string(kServerName).size(), '\0');
     EXPECT_EQ(RawItem(repl, "$TITLE"), Json(title)) << "the server name padded with NULs to 256 bytes";
     EXPECT_EQ(RawItem(repl, "$ReplVersion"), Json("2"));
