@@ -60,13 +60,13 @@ int LevelOf(const std::vector<LogLine>& log, const std::string& text) {
 // "SELECT @All" compiled by nsfdb into a summary formula item, as nsfdb dumps it (its source when
 // the platform decompiles it back to these very bytes, else the bytes).
 Json DumpedSelectAll(const E2eServer& server) {
-    fs::path spec = server.Dir() / "formula_spec.json";
+    fs::path description = server.Dir() / "formula_db.json";
     fs::path file = server.Dir() / "formula_probe.nsf";
     Json probe{{"type", "formula"}, {"text", "SELECT @All"}, {"flags", Json::array({"summary"})}};
     Json db{{"notes", Json::array({Note("document", {{"F", probe}})})}};
-    WriteWholeFile(spec, db.dump());
+    WriteWholeFile(description, db.dump());
     CommandResult create = RunCommand(std::string(NSFDB_PATH) + " create " + ShellQuoted(file.string()) + " " +
-                                          ShellQuoted(spec.string()),
+                                          ShellQuoted(description.string()),
                                       server.Dir());
     if (create.exitCode != 0) {
         ADD_FAILURE() << "nsfdb create failed:\n" << create.err;
