@@ -159,6 +159,21 @@ TEST_F(NsfdbTest, FormulaItemDumpsAsItsSource) {
     EXPECT_EQ(formula, Sample()["notes"][2]["items"]["$ReplFormula"]);
 }
 
+// Formula items whose bytes are not a compiled formula (a source length that claims more than
+// the item holds, bytes of something else) dump as their bytes, next to a valid one.
+TEST_F(NsfdbTest, DamagedFormulaItemsDumpAsTheirBytes) {
+    Json db = Json::parse(R"({"notes": [{"class": "document", "items": {
+        "LongClaim": {"type": "formula", "hex": "4546524D01000001000078"},
+        "Garbage": {"type": "formula", "hex": "00FF00FF"},
+        "Valid": {"type": "formula", "text": "SELECT @All"}}}]})");
+    Create("damaged.nsf", db);
+    Json items = Dump("damaged.nsf")["notes"][0]["items"];
+    EXPECT_EQ(items["LongClaim"], db["notes"][0]["items"]["LongClaim"]);
+    EXPECT_EQ(items["Garbage"], db["notes"][0]["items"]["Garbage"]);
+    if (!PlatformDecompilesFormulas()) GTEST_SKIP() << "the platform lacks NSFFormulaDecompile";
+    EXPECT_EQ(items["Valid"], db["notes"][0]["items"]["Valid"]);
+}
+
 TEST_F(NsfdbTest, DumpCreateDumpIsStable) {
     Create("first.nsf", Sample());
     Result first = Run({"dump", "first.nsf"});

@@ -166,10 +166,19 @@ std::string CompileFormula(const std::string& lmbcsSource, const std::string& pl
 bool DecompileFormula(const std::string& compiled, std::string& lmbcsSource) {
     DecompileProc decompile = FindDecompile();
     if (!decompile || compiled.empty()) return false;
-    std::vector<char> buffer(compiled.begin(), compiled.end());
+    // The bytes go into platform memory: the call takes a bare pointer, and inside a block of
+    // its own the platform knows where a damaged formula's bytes end.
+    MemoryHandle buffer;
+    if (compiled.size() > MAXWORD || OSMemAlloc(0, static_cast<DWORD>(compiled.size()), buffer.out()) != NOERROR)
+        return false;
+    char* bytes = static_cast<char*>(OSLockObject(buffer.get()));
+    if (!bytes) return false;
+    std::memcpy(bytes, compiled.data(), compiled.size());
     MemoryHandle text;
     WORD length = 0;
-    if (decompile(buffer.data(), FALSE, text.out(), &length) != NOERROR) return false;
+    STATUS status = decompile(bytes, FALSE, text.out(), &length);
+    OSUnlockObject(buffer.get());
+    if (status != NOERROR) return false;
     lmbcsSource = text.Bytes(length);
     return lmbcsSource.size() == length;
 }
