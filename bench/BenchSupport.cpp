@@ -45,15 +45,20 @@ void RateReporter::ReportRuns(const std::vector<Run>& runs) {
     ConsoleReporter::ReportRuns(runs);
     for (const Run& run : runs) {
         auto it = run.counters.find(counter_);
-        if (it != run.counters.end() && !run.error_occurred) rates_[run.benchmark_name()] = it->second.value;
+        if (it == run.counters.end() || run.error_occurred) continue;
+        // With repetitions, the median stands for the benchmark; otherwise its one run does.
+        const bool aggregate = run.run_type == Run::RT_Aggregate;
+        if (aggregate && run.aggregate_name != "median") continue;
+        const std::string& name = run.run_name.function_name;
+        if (!aggregate && medians_.count(name)) continue;
+        if (aggregate) medians_.insert(name);
+        rates_[name] = it->second.value;
     }
 }
 
-double RateReporter::Rate(const std::string& prefix) const {
-    for (const auto& [name, rate] : rates_) {
-        if (name.compare(0, prefix.size(), prefix) == 0) return rate;
-    }
-    return 0;
+double RateReporter::Rate(const std::string& name) const {
+    auto it = rates_.find(name);
+    return it == rates_.end() ? 0 : it->second;
 }
 
 }  // namespace rpxbench

@@ -6,6 +6,7 @@
 #include <benchmark/benchmark.h>
 
 #include <map>
+#include <set>
 #include <string>
 
 namespace rpxbench {
@@ -22,12 +23,13 @@ class RateReporter : public benchmark::ConsoleReporter {
 public:
     explicit RateReporter(std::string counter) : counter_(std::move(counter)) {}
     void ReportRuns(const std::vector<Run>& runs) override;
-    // The recorded rate of the benchmark whose name starts with `prefix`, 0 when none ran.
-    double Rate(const std::string& prefix) const;
+    // The rate of the benchmark registered as `name` (the median with repetitions), 0 when none ran.
+    double Rate(const std::string& name) const;
 
 private:
     std::string counter_;
-    std::map<std::string, double> rates_;
+    std::map<std::string, double> rates_;  // by benchmark function name
+    std::set<std::string> medians_;
 };
 
 }  // namespace rpxbench
