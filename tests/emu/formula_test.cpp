@@ -185,6 +185,20 @@ TEST(FormulaEval, FieldNamesAndTextComparisonsIgnoreCase) {
     EXPECT_FALSE(Selects("\"\x82\" = \"e\""));
 }
 
+// = and != between a field and a constant, either way round, with plain-ASCII and LMBCS field texts.
+TEST(FormulaEval, FieldAgainstConstantEqualityIgnoresCaseOnBothSides) {
+    Note note;
+    note.Set("Form", Texts({"Entity", "caf\x82"}));
+    EXPECT_TRUE(Selects("\"ENTITY\" = Form", note));
+    EXPECT_TRUE(Selects("Form = \"CAF\x90\"", note));  // the LMBCS element, folded
+    EXPECT_FALSE(Selects("Form = \"entit\"", note));
+    EXPECT_FALSE(Selects("Form = \"entityx\"", note));
+    EXPECT_TRUE(Selects("Form != \"entity\"", note));   // the second element differs
+    note.Set("Form", Texts({"K"}));
+    EXPECT_TRUE(Selects("Form = \"\x14\x21\x2A\"", note));  // the Kelvin sign folds to k
+    EXPECT_FALSE(Selects("\"k\" != Form", note));
+}
+
 TEST(FormulaEval, ListsCompareAnyPairAndPadTheShorterList) {
     Note note;
     note.Set("Form", Texts({"a", "x"}));

@@ -91,6 +91,18 @@ bool AnyPair(CompareOp op, const std::vector<T>& a, const std::vector<T>& b) {
     return false;
 }
 
+// `raw` equals the caseless form `folded` when `raw` is plain ASCII: its caseless form is then its
+// ASCII lower case (FoldCase's own fast path), so no folded copy has to be made.
+bool AsciiFoldsTo(const std::string& raw, const std::string& folded) {
+    if (raw.size() != folded.size()) return false;
+    for (size_t i = 0; i < raw.size(); ++i) {
+        char c = raw[i];
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+        if (c != folded[i]) return false;
+    }
+    return true;
+}
+
 // Every element of `texts` against every element of `parts`.
 template <typename Test>
 bool AnyCombination(const std::vector<std::string>& texts, const std::vector<std::string>& parts, Test test) {
@@ -128,6 +140,7 @@ private:
     const Child* ChildrenOf(const Node& node) const { return compiled_.children.data() + node.first; }
     const Slot& List(const Node& node, Slot& out);
     const Slot& Compare(const Node& node, Slot& out);
+    static bool TextsEqual(CompareOp op, const Slot& left, const Slot& right);
     const Slot& Negate(const Node& node, Slot& out);
     const Slot& Logic(const Node& node, Slot& out);
     const Slot& Function(const Node& node, Slot& out);
@@ -224,7 +237,29 @@ const Slot& Evaluator::Compare(const Node& node, Slot& out) {
     const auto op = static_cast<CompareOp>(node.detail);
     if (left.value.kind == Value::Kind::Number)
         return SetBool(out, AnyPair(op, left.value.numbers, right.value.numbers));
+    if (op == CompareOp::Equal || op == CompareOp::NotEqual) return SetBool(out, TextsEqual(op, left, right));
     return SetBool(out, AnyPair(op, Folded(left), Folded(right)));
+}
+
+// AnyPair for = and != on texts. The common case, a field against a constant, compares the
+// field's plain-ASCII texts with the constant's folded ones directly.
+bool Evaluator::TextsEqual(CompareOp op, const Slot& left, const Slot& right) {
+    const std::vector<std::string>& a = left.value.texts;
+    const std::vector<std::string>& b = right.value.texts;
+    if (a.empty() || b.empty()) return false;
+    const size_t pairs = std::max(a.size(), b.size());
+    for (size_t i = 0; i < pairs; ++i) {
+        const size_t x = std::min(i, a.size() - 1), y = std::min(i, b.size() - 1);
+        bool equal;
+        if (!left.foldedReady && right.foldedReady && lmbcs::IsPlainAscii(a[x]))
+            equal = AsciiFoldsTo(a[x], right.folded[y]);
+        else if (!right.foldedReady && left.foldedReady && lmbcs::IsPlainAscii(b[y]))
+            equal = AsciiFoldsTo(b[y], left.folded[x]);
+        else
+            equal = Folded(left)[x] == Folded(right)[y];
+        if (equal == (op == CompareOp::Equal)) return true;
+    }
+    return false;
 }
 
 const Slot& Evaluator::Negate(const Node& node, Slot& out) {
