@@ -1,6 +1,7 @@
 #include "BenchSupport.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -40,6 +41,10 @@ std::string DataFolder() {
     }
     return folder;
 }
+
+// Colours only on a terminal.
+RateReporter::RateReporter(std::string counter)
+    : ConsoleReporter(::isatty(1) ? OO_Defaults : OO_Tabular), counter_(std::move(counter)) {}
 
 void RateReporter::ReportRuns(const std::vector<Run>& runs) {
     ConsoleReporter::ReportRuns(runs);

@@ -21,7 +21,7 @@ std::string DataFolder();
 // Console output as usual; records counter `counter` of every run by benchmark name.
 class RateReporter : public benchmark::ConsoleReporter {
 public:
-    explicit RateReporter(std::string counter) : counter_(std::move(counter)) {}
+    explicit RateReporter(std::string counter);
     void ReportRuns(const std::vector<Run>& runs) override;
     // The rate of the benchmark registered as `name` (the median with repetitions), 0 when none ran.
     double Rate(const std::string& name) const;

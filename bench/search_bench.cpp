@@ -268,6 +268,14 @@ int main(int argc, char** argv) {
     StartPlatform(folder);
     PrepareDatabase(folder);
 
+    // Both are measured on a file in the page cache; reading it once first keeps a cold disk
+    // from being charged to whichever runs first.
+    if (FILE* f = std::fopen(gPath.c_str(), "rb")) {
+        static char chunk[1 << 20];
+        while (std::fread(chunk, 1, sizeof chunk, f) == sizeof chunk) {
+        }
+        std::fclose(f);
+    }
     benchmark::RegisterBenchmark("NSFSearch", BM_NSFSearch)->Unit(benchmark::kMillisecond)->UseRealTime();
     benchmark::RegisterBenchmark("RawSqliteScan", BM_RawSqliteScan)->Unit(benchmark::kMillisecond)->UseRealTime();
     rpxbench::RateReporter reporter("notes/s");
