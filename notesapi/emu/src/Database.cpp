@@ -22,21 +22,10 @@ bool IsDirectory(const std::string& path) {
 	return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
-bool Exists(const std::string& path) {
-	struct stat st;
-	return ::stat(path.c_str(), &st) == 0;
-}
-
-bool HasExtension(const std::string& path) {
-	size_t slash = path.find_last_of('/');
-	size_t dot = path.find_last_of('.');
-	return dot != std::string::npos && (slash == std::string::npos || dot > slash);
-}
-
 // The file a Notes path names: ".nsf" may be left out of the path.
 std::string DatabaseFile(const char* notesPath) {
 	std::string path = ResolvePath(notesPath);
-	if (!Exists(path) && !HasExtension(path) && Exists(path + ".nsf")) path += ".nsf";
+	if (!PathExists(path) && !HasExtension(path) && PathExists(path + ".nsf")) path += ".nsf";
 	return path;
 }
 
@@ -198,7 +187,7 @@ STATUS LNPUBLIC NSFDbCreate(const char far* PathName, USHORT /*DbClass*/, BOOL F
 	std::string path = ResolvePath(PathName);
 	if (STATUS s = CheckCall("NSFDbCreate", path)) return s;
 	if (IsDirectory(path)) return ERR_DIRECTORY;
-	if (Exists(path)) {
+	if (PathExists(path)) {
 		if (!ForceCreation) return ERR_EXISTS;
 		if (DbFile::IsOpen(path)) return ERR_NSF_IN_USE;
 		if (::unlink(path.c_str()) != 0) return ERR_PROTECTED;
@@ -216,7 +205,7 @@ STATUS LNPUBLIC NSFDbDelete(const char far* PathName) {
 	if (!PathName || !*PathName) return ERR_INV_FILE_NAME;
 	std::string path = DatabaseFile(PathName);
 	if (STATUS s = CheckCall("NSFDbDelete", path)) return s;
-	if (!Exists(path)) return ERR_NOEXIST;
+	if (!PathExists(path)) return ERR_NOEXIST;
 	if (DbFile::IsOpen(path)) return ERR_NSF_IN_USE;
 	return ::unlink(path.c_str()) == 0 ? NOERROR : ERR_PROTECTED;
 }
@@ -250,7 +239,7 @@ STATUS LNPUBLIC NSFDbCreateAndCopy(const char far* srcDb, const char far* dstDb,
 	std::string targetPath = ResolvePath(dstDb);
 	if (STATUS s = CheckCall("NSFDbCreateAndCopy", targetPath)) return s;
 	if (STATUS s = CheckCall("NSFDbCreateAndCopy", sourcePath)) return s;
-	if (Exists(targetPath)) return ERR_EXISTS;
+	if (PathExists(targetPath)) return ERR_EXISTS;
 	if (IsOffline(sourcePath)) return ERR_DB_OFFLINE;
 	std::shared_ptr<DbFile> source;
 	if (STATUS s = DbFile::Open(sourcePath, source)) return s;

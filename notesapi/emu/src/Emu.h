@@ -37,6 +37,10 @@ std::string ServerName();
 // Absolute, normalised file-system path for a Notes path (relative to the
 // data directory or absolute; '\\' accepted as a separator).
 std::string ResolvePath(const std::string& notesPath);
+// Whether anything exists at a file-system path.
+bool PathExists(const std::string& path);
+// Whether the last component of a path has an extension.
+bool HasExtension(const std::string& path);
 
 // ---- Time ---------------------------------------------------------------
 TIMEDATE Now();

@@ -24,21 +24,10 @@ std::set<std::string>& OfflineKeys() {
 	return keys;
 }
 
-bool Exists(const std::string& path) {
-	struct stat st;
-	return ::stat(path.c_str(), &st) == 0;
-}
-
-bool HasExtension(const std::string& path) {
-	size_t slash = path.find_last_of('/');
-	size_t dot = path.find_last_of('.');
-	return dot != std::string::npos && (slash == std::string::npos || dot > slash);
-}
-
 // The file a Notes path names; ".nsf" may be left out, as for NSFDbOpen.
 std::string FileOf(const char* notesPath) {
 	std::string path = ResolvePath(notesPath);
-	if (!HasExtension(path) && !Exists(path)) path += ".nsf";
+	if (!HasExtension(path) && !PathExists(path)) path += ".nsf";
 	return path;
 }
 
@@ -107,7 +96,7 @@ STATUS LNPUBLIC NSFTakeDatabaseOffline(const char far* dbPath, DWORD WaitTime, D
 	if (STATUS s = CheckCall("NSFTakeDatabaseOffline", file)) return s;
 	std::string key = DatabaseKey(file);
 	if (!IsOffline(file)) {
-		if (!Exists(file)) return ERR_NOEXIST;
+		if (!PathExists(file)) return ERR_NOEXIST;
 		if (STATUS s = WaitUntilFree(file, BusyBySettings(key), WaitTime, lock)) return s;
 		OfflineKeys().insert(key);
 	}
@@ -120,7 +109,7 @@ STATUS LNPUBLIC NSFBringDatabaseOnline(const char far* dbPath, DWORD /*options*/
 	if (!dbPath || !*dbPath) return ERR_INV_FILE_NAME;
 	std::string file = FileOf(dbPath);
 	if (STATUS s = CheckCall("NSFBringDatabaseOnline", file)) return s;
-	if (!Exists(file)) return ERR_NOEXIST;
+	if (!PathExists(file)) return ERR_NOEXIST;
 	MarkOnline(file);
 	return NOERROR;
 }

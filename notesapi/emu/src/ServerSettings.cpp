@@ -21,12 +21,6 @@ ServerSettings& Current() {
 	return settings;
 }
 
-bool HasExtension(const std::string& path) {
-	size_t slash = path.find_last_of('/');
-	size_t dot = path.find_last_of('.');
-	return dot != std::string::npos && (slash == std::string::npos || dot > slash);
-}
-
 bool ParseHexWord(const std::string& text, size_t at, DWORD& out) {
 	out = 0;
 	for (size_t i = at; i < at + 8; ++i) {

@@ -31,11 +31,6 @@ std::map<std::string, std::weak_ptr<DbFile>>& Registry() {
 	return registry;
 }
 
-bool FileExists(const std::string& path) {
-	struct stat st;
-	return ::stat(path.c_str(), &st) == 0;
-}
-
 template <typename T>
 void BindStruct(sqlite3_stmt* st, int index, const T& value) {
 	sqlite3_bind_blob(st, index, &value, sizeof(T), SQLITE_TRANSIENT);
@@ -121,7 +116,7 @@ STATUS DbFile::OpenConnection(const std::string& path, bool create, sqlite3*& db
 }
 
 STATUS DbFile::Create(const std::string& path, const DbSettings& settings) {
-	if (FileExists(path)) return ERR_EXISTS;
+	if (PathExists(path)) return ERR_EXISTS;
 	sqlite3* db;
 	if (STATUS s = OpenConnection(path, true, db)) return s;
 	std::shared_ptr<DbFile> file(new DbFile(path, db));
@@ -157,7 +152,7 @@ STATUS DbFile::Open(const std::string& path, std::shared_ptr<DbFile>& out) {
 			return NOERROR;
 		}
 	}
-	if (!FileExists(path)) return ERR_NOEXIST;
+	if (!PathExists(path)) return ERR_NOEXIST;
 	sqlite3* db;
 	if (STATUS s = OpenConnection(path, false, db)) return s;
 	std::shared_ptr<DbFile> file(new DbFile(path, db));
@@ -453,6 +448,17 @@ Bytes BuildSummaryBuffer(const void* summary, size_t size) {
 		data += v.blockLength;
 	}
 	return out;
+}
+
+bool PathExists(const std::string& path) {
+	struct stat st;
+	return ::stat(path.c_str(), &st) == 0;
+}
+
+bool HasExtension(const std::string& path) {
+	size_t slash = path.find_last_of('/');
+	size_t dot = path.find_last_of('.');
+	return dot != std::string::npos && (slash == std::string::npos || dot > slash);
 }
 
 }  // namespace emu
