@@ -23,4 +23,21 @@ STATUS RemoveDuplicatedUserDefinedDigitalAssert();
 // Migrates the documents of rpx/rpconf.nsf once its new template has been applied.
 STATUS UpdateRPXConfigue();
 
+// The steps of the migration, called by UpdateRPXConfigue on the open configuration database.
+// "$ConflictAction" of every document set to "3". 1, 0 when the search failed, or a compile status.
+STATUS ChangeConflictAction(DBHANDLE hDb);
+// "DefaultRule" kept only on the shipped default document of each policy form.
+STATUS CheckDefaultPolicies(DBHANDLE hDb);
+// Brings the DLP documents of the configuration database up to the template's; fills the two
+// obsolete-document collections. Always 0.
+STATUS UpgradeDLPDocumentFromNTFtoNSF(DBHANDLE hTemplate, DBHANDLE hDb);
+// Lists each UNID of the set at level 1, in order.
+void OutputObsoleteSet(const std::set<std::string>& unids);
+// Lists each pair of the map at level 1, in order.
+void OutputSet(const std::map<std::string, std::string>& unids);
+// Drops the obsolete UNIDs from "ReferDocs" and "UseDocs" of the DLP documents.
+STATUS RemoveObsoleteUNID(DBHANDLE hDb);
+// Puts each replacing UNID where its obsolete one stood in "matchRule" of the template documents.
+STATUS ReplaceObsoleteUNID(DBHANDLE hDb);
+
 #endif
