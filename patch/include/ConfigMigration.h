@@ -8,6 +8,7 @@
 #include <string>
 
 #include "global.h"
+#include "nsfdata.h"
 
 // UNID of an obsolete document of rpx/rpconf.nsf -> UNID of the document that replaces it.
 extern std::map<std::string, std::string> m_nsf_ObsoleteUNIDMap;

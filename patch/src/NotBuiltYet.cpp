@@ -1,6 +1,6 @@
-// Placeholders for the configuration migration, the expression fix-up and the digital-asset
-// removal, which this build does not contain yet. This file is replaced when the migration is
-// built: each function only reports that it is unavailable and fails.
+// Placeholders for the steps of the configuration migration, the expression fix-up and the
+// digital-asset removal that this build does not contain yet: each only reports that it is
+// unavailable and fails. Each goes when its step is built.
 #include "ConfigMigration.h"
 #include "PatchRPX.h"
 
@@ -18,7 +18,35 @@ STATUS RemoveDuplicatedUserDefinedDigitalAssert() {
     return kNotAvailable;
 }
 
-STATUS UpdateRPXConfigue() {
-    LogDebugMessage(1, "UpdateRPXConfigue is not available in this build.");
+STATUS ChangeConflictAction(DBHANDLE) {
+    LogDebugMessage(1, "ChangeConflictAction is not available in this build.");
+    return kNotAvailable;
+}
+
+STATUS CheckDefaultPolicies(DBHANDLE) {
+    LogDebugMessage(1, "CheckDefaultPolicies is not available in this build.");
+    return kNotAvailable;
+}
+
+STATUS UpgradeDLPDocumentFromNTFtoNSF(DBHANDLE, DBHANDLE) {
+    LogDebugMessage(1, "UpgradeDLPDocumentFromNTFtoNSF is not available in this build.");
+    return kNotAvailable;
+}
+
+void OutputObsoleteSet(const std::set<std::string>&) {
+    LogDebugMessage(1, "OutputObsoleteSet is not available in this build.");
+}
+
+void OutputSet(const std::map<std::string, std::string>&) {
+    LogDebugMessage(1, "OutputSet is not available in this build.");
+}
+
+STATUS RemoveObsoleteUNID(DBHANDLE) {
+    LogDebugMessage(1, "RemoveObsoleteUNID is not available in this build.");
+    return kNotAvailable;
+}
+
+STATUS ReplaceObsoleteUNID(DBHANDLE) {
+    LogDebugMessage(1, "ReplaceObsoleteUNID is not available in this build.");
     return kNotAvailable;
 }

@@ -187,9 +187,8 @@ TEST(DatabaseWalk, DatabaseBusyForEverStopsTheRunAfterSixtyWaits) {
 }
 
 TEST(DatabaseWalk, OnlyTheExactNameRpconfNtfStartsTheConfigurationMigration) {
-    // In this build the migration only reports that it is unavailable; that line is the trace
-    // of the driver's call.
-    const std::string migrationCalled = "UpdateRPXConfigue is not available in this build.";
+    // The migration starts by having the server refresh the configuration database's design.
+    const std::string migrationCalled = "Run command load design -f rpx/rpconf.nsf";
     Json scenario = BaseScenario(PatchIniShipping("rpconf.ntf2,RPCONF.NTF,rpconf.ntf"));
     scenario["data"]["rpx/rpconf.nsf"] = ProductDatabase("Configuration", 3001, "policy");
     for (const char* name : {"rpconf.ntf2", "rpconf.ntf"}) {
@@ -201,7 +200,8 @@ TEST(DatabaseWalk, OnlyTheExactNameRpconfNtfStartsTheConfigurationMigration) {
 
     EXPECT_EQ(server.ConsoleCommands(),
               (std::vector<std::string>{"load convert rpx/rpconf.nsf * rpx/rpconf.ntf2",
-                                        "load convert rpx/rpconf.nsf * rpx/rpconf.ntf", "tell rpxreal restart"}))
+                                        "load convert rpx/rpconf.nsf * rpx/rpconf.ntf", "load design -f rpx/rpconf.nsf",
+                                        "tell rpxreal restart"}))
         << "a further suffix is still a template; capitals are not";
     auto messages = server.DebugMessages();
     EXPECT_EQ(CountOf(messages, migrationCalled), 1u);
