@@ -4,6 +4,7 @@
 #ifndef DATABASE_MAINTENANCE_H
 #define DATABASE_MAINTENANCE_H
 
+#include <cstddef>
 #include <vector>
 
 #include "global.h"
@@ -45,6 +46,19 @@ struct DBNameEntry {
 constexpr int kDBNamesRows = 12;  // eleven databases and the empty row that ends the table
 extern DBNameEntry DBNames[kDBNamesRows];
 
+// The pattern database, whose ACL every replaced database receives and which is rebuilt when old.
+constexpr char kPatternDatabase[] = "rpx/rpency.nsf";
+
+// ---- Status texts ---------------------------------------------------------------------------
+
+// Room for a platform status text read with capacity 256, or a translation of one.
+constexpr size_t kStatusTextSize = 257;
+
+// The platform's text of status (all 16 bits passed on) into text (kStatusTextSize bytes).
+void LoadStatusText(STATUS status, char* text);
+// LMBCS text to the native character set, at most 256 bytes, into native (kStatusTextSize).
+void StatusTextToNative(const char* text, char* native);
+
 // ---- Database preparation -----------------------------------------------------------------
 
 // Signs the design of "rpx/<name>" (unless setting.skipDbSign) and hides its design.
@@ -77,8 +91,13 @@ void GetAPIError(unsigned short status, char* text);
 // Stamps g_szRkRPXBuildVersion into the help notes of every DBNames database; returns 0.
 int SetAllDatabasesBuild();
 
-// Writes g_szRkRPXBuildVersion into the "BuildNumber" item of the matched help note.
+// Writes g_szRkRPXBuildVersion into the "BuildNumber" item of the matched help note; a note that
+// cannot be stamped is reported on the server console. Always NOERROR.
 STATUS LNCALLBACK BuildNumber(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary);
+
+// Stamps the help notes of the database at notesPath with BuildNumber; silent when the database
+// cannot be opened.
+void StampHelpNotes(const char* notesPath);
 
 // ---- Pattern database rebuild -------------------------------------------------------------
 

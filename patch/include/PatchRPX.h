@@ -2,6 +2,7 @@
 #ifndef PATCH_RPX_H
 #define PATCH_RPX_H
 
+#include <cstddef>
 #include <list>
 #include <string>
 
@@ -28,14 +29,15 @@ extern char g_szRkRPXBuildVersion[128];
 // The program entry the server's loader calls; the module's only export. Always returns 0.
 extern "C" __attribute__((visibility("default"))) STATUS LNPUBLIC MainEntryPoint(void);
 
-// The first half of MainEntryPoint: the start line, the settings and the build string. False
-// (after "Error, Cannot get the running RPX version") when the settings could not be read.
-bool LoadPatchSettings(PatchSetting& setting);
-
 // Reads rpxpatch.ini of the newest program folder into setting. 0, or 1 on failure.
 int ReadConfiguration(PatchSetting& setting);
 // Appends the items of a comma list to out, in order, keeping empty items and blanks.
 int ParseFileList(std::list<std::string>& out, char* text);
+
+// Room for the newest program folder of the install folder.
+constexpr size_t kProgramFolderSize = 256;
+// The newest program folder into folder; false, after "Cannot get the latest path!", without one.
+bool GetProgramFolder(char (&folder)[kProgramFolderSize]);
 
 // The patch debug log: rpxtemp/updrpx_YYYYMMDD.dbg in the data directory, written only while
 // the server setting RPX_ENABLE_RPENCY_LOG is 1.
@@ -51,5 +53,11 @@ STATUS LNCALLBACK GetBuildNumber(void* param, SEARCH_MATCH* match, ITEM_TABLE* s
 // Brings the installed databases to the patch's build. 0, 1 when the install folder is unknown,
 // or the status of a database that could not be taken offline.
 STATUS UpdateDatabase(PatchSetting& setting);
+
+// Takes the database at notesPath offline with the given options. While the platform answers
+// that it is in use, writes "DB in use, waiting" at level 0 (with ". Retry: <n>." when
+// numberTheWaits), waits a second and tries again, at most 60 attempts in all. Returns the last
+// status.
+STATUS TakeDatabaseOfflineWhenFree(const char* notesPath, DWORD options, bool numberTheWaits);
 
 #endif

@@ -1,17 +1,23 @@
-// PrepareDatabase: signs the design of a replaced database and hides it. Reports failures on
-// the server console, so it needs the server half of the platform.
+// PrepareDatabase: signs the design of a replaced database and hides it; with the status texts
+// that the maintenance steps report, and the document collector of the preparation searches.
+#include "global.h"
 #include "addin.h"
 #include "nsfdb.h"
 #include "nsfnote.h"
+#include "osmisc.h"
+
+#include <cstring>
 
 #include "DatabaseMaintenance.h"
-#include "MaintenanceSteps.h"
+#include "RkFormat.h"
 
 namespace {
 
-// intended: this one signing status is reported by its number, not the platform's text
+// This one signing status is reported by its number, not the platform's text: the line is part
+// of the log's fixed output.
 const STATUS kSignRefused = 0x9728;
 const WORD kPrepareSignMask = NOTE_CLASS_ALLNONDATA;
+const char kPrepareFolder[] = "rpx/";
 
 // The console gets both texts as they are; "%s" keeps a '%' in them from being read as a format.
 void ReportOpenFailure(const char* path, const char* statusText) {
@@ -24,6 +30,26 @@ void ReportStatus(STATUS status, char* nativeText) {
     LoadStatusText(status, text);
     AddInLogMessageText((char*)"%s", NOERROR, text);
     StatusTextToNative(text, nativeText);
+}
+
+// "rpx/" + name into path (size bytes). False, with path empty, when it would not fit.
+bool BuildPreparePath(const char* name, char* path, size_t size) {
+    int needed = rk_snprintf(path, size, "%s%s", kPrepareFolder, name);
+    if (needed < 0 || (size_t)needed >= size) {
+        if (size > 0) path[0] = '\0';
+        return false;
+    }
+    return true;
+}
+
+// Sets the hidden-design replica flag; the platform's statuses are not looked at.
+void HideDatabaseDesign(DBHANDLE db) {
+    DBREPLICAINFO info;
+    std::memset(&info, 0, sizeof info);
+    // Writing back a record that was never read would wipe the replica ID.
+    if (NSFDbReplicaInfoGet(db, &info) != NOERROR) return;
+    info.Flags |= REPLFLG_HIDDEN_DESIGN;
+    NSFDbReplicaInfoSet(db, &info);
 }
 
 // Returns false after logging when the signing search failed; the database stays open then.
@@ -50,6 +76,18 @@ bool SignDesign(DBHANDLE db, const char* name) {
 
 }  // namespace
 
+void LoadStatusText(STATUS status, char* text) {
+    text[0] = '\0';
+    OSLoadString(NULLHANDLE, status, text, kStatusTextSize - 1);
+    text[kStatusTextSize - 1] = '\0';
+}
+
+void StatusTextToNative(const char* text, char* native) {
+    WORD length =
+        OSTranslate(OS_TRANSLATE_LMBCS_TO_NATIVE, text, (WORD)std::strlen(text), native, kStatusTextSize - 1);
+    native[length < kStatusTextSize ? length : kStatusTextSize - 1] = '\0';
+}
+
 int PrepareDatabase(char* name, PatchSetting& setting) {
     char path[256];
     if (name == nullptr || !BuildPreparePath(name, path, sizeof path)) {
@@ -68,11 +106,18 @@ int PrepareDatabase(char* name, PatchSetting& setting) {
         return -1;
     }
     if (setting.skipDbSign == 0 && !SignDesign(db, name)) {
-        return -1;  // intended: a failed signing leaves the database open
+        return -1;  // the database stays open: the server frees the task's handles at task end
     }
     LogDebugMessage(1, "Info: Start to hide design of %s \n", name);
     HideDatabaseDesign(db);
     LogDebugMessage(1, "Info: End to hide the design.\n");
     NSFDbClose(db);
     return 0;
+}
+
+STATUS LNCALLBACK SearchDocumentCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) {
+    SEARCH_MATCH found;
+    std::memcpy(&found, match, sizeof found);
+    static_cast<DocumentSearchParam*>(parameter)->noteIds.push_back(found.ID.NoteID);
+    return NOERROR;
 }

@@ -1,5 +1,10 @@
 // The patch debug log: one line per call appended to <data>/rpxtemp/updrpx_<YYYYMMDD>.dbg, the
 // file opened and closed each time, written only while RPX_ENABLE_RPENCY_LOG is 1.
+#include "global.h"
+#include "names.h"
+#include "osenv.h"
+#include "osfile.h"
+
 #include <pthread.h>
 #include <unistd.h>
 
@@ -7,9 +12,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
-
-#include "osenv.h"
-#include "osfile.h"
 
 #include "PatchRPX.h"
 #include "RkFormat.h"
@@ -76,7 +78,7 @@ void LogDebugMessage(int level, const char* format, ...) {
     if (file == nullptr) return;  // e.g. no rpxtemp folder: it is never created here
 
     char prefix[kPrefixSize];
-    // The level fills the field named module: intended.
+    // The level fills the field named module: log readers parse the line by that field name.
     rk_snprintf(prefix, sizeof prefix, "[%s][pid=%d][tid=%d][module=%x]:", times.stamp,
                 static_cast<int>(getpid()), CallingThreadId(), static_cast<unsigned>(level));
     char message[kMessageSize] = "";

@@ -1,30 +1,168 @@
 // UpdateDatabase: walks the shipped files of the settings, replacing each live database while it
-// is offline, then rebuilds, stamps, signs and restarts. Takes databases offline and online,
-// waits idly and sends console commands, so it needs the server half of the platform.
+// is offline, then rebuilds, stamps, signs and restarts.
+#include "global.h"
+#include "names.h"
+#include "addin.h"
+#include "nsfdb.h"
+#include "nsferr.h"
+#include "osenv.h"
+#include "osmem.h"
+#include "osmisc.h"
+
 #include <unistd.h>
 
 #include <cstring>
 #include <string>
 
-#include "addin.h"
-#include "nsfdb.h"
-#include "nsferr.h"
-#include "osmisc.h"
-
 #include "ConfigMigration.h"
 #include "DatabaseMaintenance.h"
-#include "PatchRunSteps.h"
+#include "PatchRPX.h"
 #include "RkCommonUtil.h"
+#include "RkFileOpUtil.h"
+#include "RkFormat.h"
 
 namespace {
 
+const int kMaxOfflineAttempts = 60;
 const DWORD kOfflineWaitMs = 10000;
-const int kMaxOfflineWaits = 60;
 const DWORD kInUseDelayMs = 1000;
 const unsigned int kConvertSettleMs = 3000;
 const int kOldPatternBuild = 3050;
 const char kConfigTemplate[] = "rpconf.ntf";
+const char kDlpPolicyFile[] = "PredefinedDLPPolicy.dat";
+const char kTemplateSuffix[] = ".ntf";
+const char kDatabaseSuffix[] = ".nsf";
 constexpr size_t kCommandSize = 1024;
+constexpr size_t kProductFolderSize = MAXPATH + sizeof "/rpx";
+constexpr size_t kFilePathSize = 1024;
+
+// The two folders of the walk: the newest program folder and <data directory>/rpx.
+struct DriverFolders {
+    char installFolder[kProgramFolderSize];
+    char productFolder[kProductFolderSize];
+};
+
+// The three texts of one "Databases" entry.
+struct ItemPaths {
+    char notesPath[MAXPATH];      // "rpx/" + name, for the Notes calls
+    char target[kFilePathSize];   // productFolder + "/" + name, the live file
+    char source[kFilePathSize];   // installFolder + "/" + name, the new file
+};
+
+// rk_snprintf that tells whether the whole text fitted.
+template <typename... Args>
+bool FormatFits(char* out, size_t size, const char* format, Args... args) {
+    int needed = rk_snprintf(out, size, format, args...);
+    return needed >= 0 && static_cast<size_t>(needed) < size;
+}
+
+bool PatchApplies(const PatchSetting& setting) {
+    if (setting.runningDbBuild < setting.patchBuild) return true;
+    // Prints the product build, not the database build that was compared: the line is part of the
+    // log's fixed output, so do not swap in runningDbBuild.
+    LogDebugMessage(1, "The database build is large than build number of the patch, so return. %d",
+                    setting.runningBuild);
+    return false;
+}
+
+bool GetDriverFolders(DriverFolders& folders) {
+    if (!GetProgramFolder(folders.installFolder)) return false;
+    char lmbcsDirectory[MAXPATH] = "";
+    OSGetEnvironmentString("Directory", lmbcsDirectory, sizeof lmbcsDirectory - 1);  // unchecked
+    char directory[MAXPATH] = "";
+    WORD length = OSTranslate(OS_TRANSLATE_LMBCS_TO_NATIVE, lmbcsDirectory, MAXWORD, directory,
+                              sizeof directory - 1);
+    directory[length < sizeof directory ? length : sizeof directory - 1] = '\0';
+    rk_snprintf(folders.productFolder, sizeof folders.productFolder, "%s/rpx", directory);
+    return true;
+}
+
+// A plain file name: not empty, not "." or "..", no "/" or "\".
+bool IsBareFileName(const std::string& name) {
+    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
+           name.find('\\') == std::string::npos;
+}
+
+// Builds the three texts of name. False, after a debug line, for a name that is not a bare file
+// name or does not fit its buffers; the entry is then skipped.
+bool BuildItemPaths(const DriverFolders& folders, const std::string& name, ItemPaths& paths) {
+    if (!IsBareFileName(name)) {
+        LogDebugMessage(1, "Skip the database entry, it is not a plain file name. (%s)", name.c_str());
+        return false;
+    }
+    if (!FormatFits(paths.notesPath, sizeof paths.notesPath, "rpx/%s", name.c_str()) ||
+        !FormatFits(paths.target, sizeof paths.target, "%s/%s", folders.productFolder, name.c_str()) ||
+        !FormatFits(paths.source, sizeof paths.source, "%s/%s", folders.installFolder, name.c_str())) {
+        LogDebugMessage(1, "Skip the database entry, its name is too long. (%s)", name.c_str());
+        return false;
+    }
+    return true;
+}
+
+int CopyInstalledFile(const ItemPaths& paths) {
+    return RkRPXFileOpUtil::copy(paths.source, paths.target, true, nullptr, nullptr);
+}
+
+bool IsDlpPolicyFile(const std::string& name) {
+    return name.find(kDlpPolicyFile) != std::string::npos;
+}
+
+// The DLP policy file is copied over the live one, nothing else.
+void CopyDlpPolicyFile(const ItemPaths& paths) {
+    LogDebugMessage(1, "Enter dlpStr switch.");
+    int status = CopyInstalledFile(paths);
+    if (status != 0) {
+        LogDebugMessage(1, "Copy the dlp template error.(%x)", static_cast<unsigned>(status) & 0xFFFF);
+    } else {
+        LogDebugMessage(1, "Copy the dlp template to RPX database folder! (%s):(%s)", paths.source,
+                        paths.target);
+    }
+}
+
+void ReleaseAcl(DHANDLE* acl) {
+    if (*acl != NULLHANDLE) OSMemFree(*acl);
+    *acl = NULLHANDLE;
+}
+
+// Every replaced database receives the pattern database's ACL, not its own former one (do not
+// read the item's own). On failure *acl stays as it was.
+void ReadPatternAcl(DHANDLE* acl) {
+    LogDebugMessage(1, "Enter nsfStr switch.");
+    DBHANDLE db = NULLHANDLE;
+    STATUS status = NSFDbOpen(kPatternDatabase, &db);
+    if (status != NOERROR) {
+        LogDebugMessage(1, "Read ACL error. (%s):(%x)", kPatternDatabase, static_cast<unsigned>(status));
+        return;
+    }
+    DHANDLE fresh = NULLHANDLE;
+    if (NSFDbReadACL(db, &fresh) == NOERROR) {
+        ReleaseAcl(acl);
+        *acl = fresh;
+    }
+    NSFDbClose(db);
+}
+
+// Stores acl into the item's database; without an ACL read so far the store is skipped.
+void StoreAclInto(const ItemPaths& paths, DHANDLE acl) {
+    DBHANDLE db = NULLHANDLE;
+    STATUS status = NSFDbOpen(paths.notesPath, &db);
+    if (status != NOERROR) {
+        // Names the install-folder file, not the database that failed to open: the line is part
+        // of the log's fixed output, so do not swap in the Notes path.
+        LogDebugMessage(1, "Write ACL error. (%s):(%x)", paths.source, static_cast<unsigned>(status));
+        return;
+    }
+    if (acl != NULLHANDLE) NSFDbStoreACL(db, acl, 0, 0);
+    NSFDbClose(db);
+}
+
+// Copies the new file over the live one; logs only a success.
+void CopyDatabaseFile(const ItemPaths& paths) {
+    if (CopyInstalledFile(paths) == 0) {
+        LogDebugMessage(1, "Copy the database to RPX database folder! (%s):(%s)", paths.source,
+                        paths.target);
+    }
+}
 
 // Takes the live database offline, waiting while it is in use. NOERROR also when there is no
 // live file (a new database is being installed).
@@ -33,13 +171,7 @@ STATUS TakeOffline(const ItemPaths& paths) {
         LogDebugMessage(1, "Database does not exist, do not bring it offline. (%s)", paths.target);
         return NOERROR;
     }
-    STATUS status = NSFTakeDatabaseOffline(paths.notesPath, kOfflineWaitMs, OFFLINE_NODELETE);
-    for (int retry = 0; ERR(status) == ERR_DBINUSE;) {
-        LogDebugMessage(0, "DB in use, waiting. Retry: %d.", retry);
-        AddInIdleDelay(kInUseDelayMs);
-        if (++retry >= kMaxOfflineWaits) break;
-        status = NSFTakeDatabaseOffline(paths.notesPath, kOfflineWaitMs, OFFLINE_NODELETE);
-    }
+    STATUS status = TakeDatabaseOfflineWhenFree(paths.notesPath, OFFLINE_NODELETE, true);
     if (status != NOERROR) {
         LogDebugMessage(1, "Bring database offline. (%s):(%x)", paths.target, static_cast<unsigned>(status));
         return status;
@@ -53,11 +185,20 @@ void BringOnline(const ItemPaths& paths) {
     LogDebugMessage(1, "Bring database online. (%s):(%x)", paths.target, static_cast<unsigned>(status));
 }
 
+// "load convert rpx/<name up to its first .ntf>.nsf * rpx/<name>" into command. False when it
+// would not fit.
+bool BuildConvertCommand(const char* templateName, char* command, size_t size) {
+    const char* suffix = strstr(templateName, kTemplateSuffix);
+    size_t stemLength = suffix != nullptr ? static_cast<size_t>(suffix - templateName) : strlen(templateName);
+    std::string databaseName = std::string(templateName, stemLength) + kDatabaseSuffix;
+    return FormatFits(command, size, "load convert rpx/%s * rpx/%s", databaseName.c_str(), templateName);
+}
+
 // Stamps the template and has the server's convert task apply it to its database. The driver
 // does not wait for the conversion beyond a fixed pause.
 void ConvertTemplate(const ItemPaths& paths, const char* templateName) {
     LogDebugMessage(1, "Enter ntfStr switch.");
-    StampTemplateBuild(paths.notesPath, BuildNumber);
+    StampHelpNotes(paths.notesPath);
     char command[kCommandSize];
     if (!BuildConvertCommand(templateName, command, sizeof command)) return;
     RkCommonUtil::RunConsoleCommandRemote(command);
@@ -68,14 +209,14 @@ void ConvertTemplate(const ItemPaths& paths, const char* templateName) {
 // Returns the status of a take-offline that failed; the walk then ends.
 STATUS ReplaceDatabase(const std::string& name, const ItemPaths& paths, PatchSetting& setting,
                        DHANDLE* acl) {
-    if (name.find(".nsf") != std::string::npos) ReadPatternAcl(acl);
+    if (name.find(kDatabaseSuffix) != std::string::npos) ReadPatternAcl(acl);
     STATUS status = TakeOffline(paths);
     if (status != NOERROR) return status;
     CopyDatabaseFile(paths);
     BringOnline(paths);
     std::string preparedName = name;
     PrepareDatabase(&preparedName[0], setting);
-    if (name.find(".ntf") != std::string::npos) {
+    if (name.find(kTemplateSuffix) != std::string::npos) {
         ConvertTemplate(paths, name.c_str());
     } else {
         StoreAclInto(paths, *acl);
@@ -115,6 +256,21 @@ void FinishPatch(const PatchSetting& setting) {
 }
 
 }  // namespace
+
+STATUS TakeDatabaseOfflineWhenFree(const char* notesPath, DWORD options, bool numberTheWaits) {
+    STATUS status = NSFTakeDatabaseOffline(notesPath, kOfflineWaitMs, options);
+    for (int waits = 0; status == ERR_DBINUSE;) {
+        if (numberTheWaits) {
+            LogDebugMessage(0, "DB in use, waiting. Retry: %d.", waits);
+        } else {
+            LogDebugMessage(0, "DB in use, waiting");
+        }
+        AddInIdleDelay(kInUseDelayMs);
+        if (++waits >= kMaxOfflineAttempts) break;
+        status = NSFTakeDatabaseOffline(notesPath, kOfflineWaitMs, options);
+    }
+    return status;
+}
 
 STATUS UpdateDatabase(PatchSetting& setting) {
     if (!PatchApplies(setting)) return NOERROR;

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "DatabaseMaintenance.h"
-#include "MaintenanceSteps.h"
+#include "osmisc.h"
 #include "PatchTestServer.h"
 
 using namespace patch_test;
@@ -59,7 +59,7 @@ TEST_F(BuildStampingTest, StampsEveryHelpNoteOfEveryListedDatabaseThatExists) {
     }
     ASSERT_EQ(rows, 11);
 
-    EXPECT_EQ(StampDatabasesBuild(StampBuildNumberNote), 0);
+    EXPECT_EQ(SetAllDatabasesBuild(), 0);
 
     for (const StampedDb& stamped : databases) {
         DBHANDLE db = NULLHANDLE;
@@ -76,17 +76,24 @@ TEST_F(BuildStampingTest, StampsEveryHelpNoteOfEveryListedDatabaseThatExists) {
     EXPECT_NE(NSFDbOpen("rpx/rpxapproved.nsf", &missing), NOERROR);
 }
 
-TEST_F(BuildStampingTest, NoteStampReturnsTheFailureForBuildNumberToReport) {
+TEST_F(BuildStampingTest, NoteThatCannotBeOpenedIsReportedOnTheConsoleAndTheWalkGoesOn) {
     DBHANDLE db = FreshDatabase("rpx/stamp_failure.nsf");
     NOTEID help = AddNote(db, NOTE_CLASS_HELP);
     DbSearchParam param;
     param.hDb = db;
 
     SEARCH_MATCH missing = MatchFor(help + 400);
-    EXPECT_NE(StampBuildNumberNote(&param, &missing, nullptr), NOERROR);
+    NOTEHANDLE none = NULLHANDLE;
+    STATUS openStatus = NSFNoteOpen(db, help + 400, 0, &none);
+    ASSERT_NE(openStatus, NOERROR);
+    char text[256] = "";
+    ASSERT_GT(OSLoadString(NULLHANDLE, openStatus, text, sizeof text - 1), 0);
+    size_t consoleBefore = ConsoleText().size();
+    EXPECT_EQ(BuildNumber(&param, &missing, nullptr), NOERROR);
+    EXPECT_NE(ConsoleText().find(text, consoleBefore), std::string::npos) << "the platform's text of the failure";
 
     SEARCH_MATCH found = MatchFor(help);
-    EXPECT_EQ(StampBuildNumberNote(&param, &found, nullptr), NOERROR);
+    EXPECT_EQ(BuildNumber(&param, &found, nullptr), NOERROR);
     EXPECT_EQ(ItemText(db, help, "BuildNumber"), "5.6.1.3105");
     NSFDbClose(db);
 }

@@ -1,18 +1,18 @@
-// The parts of the database preparation that need no server: its path, the hidden-design flag
-// and the document collector.
+// The database preparation against the emulated platform: the path of the name, the hidden-design
+// flag and the document collector.
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "DatabaseMaintenance.h"
-#include "MaintenanceSteps.h"
-#include "PatchTestServer.h"
+#include "osmisc.h"
+#include "PatchRunTestSupport.h"
 
 using namespace patch_test;
 
 namespace {
 
-using DatabasePreparationTest = PatchPlatformTest;
+using DatabasePreparationTest = PatchRunTest;
 
 DBREPLICAINFO ReplicaInfo(DBHANDLE db) {
     DBREPLICAINFO info;
@@ -21,20 +21,34 @@ DBREPLICAINFO ReplicaInfo(DBHANDLE db) {
     return info;
 }
 
+DBHANDLE OpenDatabase(const std::string& path) {
+    DBHANDLE db = NULLHANDLE;
+    EXPECT_EQ(NSFDbOpen(path.c_str(), &db), NOERROR) << path;
+    return db;
+}
+
+// The native text of the platform's answer to opening path, as the preparation logs it.
+std::string OpenFailureText(const std::string& path) {
+    DBHANDLE db = NULLHANDLE;
+    STATUS status = NSFDbOpen(path.c_str(), &db);
+    EXPECT_NE(status, NOERROR) << path;
+    char text[257] = "";
+    OSLoadString(NULLHANDLE, status, text, 256);
+    return text;
+}
+
 }  // namespace
 
-TEST(DatabasePreparationPath, RefusesNamesThatDoNotFitTheBuffer) {
-    char path[256];
-    EXPECT_TRUE(BuildPreparePath("rpconf.nsf", path, sizeof path));
-    EXPECT_STREQ(path, "rpx/rpconf.nsf");
-
+TEST_F(DatabasePreparationTest, RefusesNamesThatDoNotFitTheBuffer) {
+    PatchSetting setting;
     std::string longest(251, 'n');  // "rpx/" + 251 bytes + terminator = 256
-    EXPECT_TRUE(BuildPreparePath(longest.c_str(), path, sizeof path));
-    EXPECT_EQ(std::strlen(path), 255u);
+    EXPECT_EQ(PrepareDatabase(&longest[0], setting), -1);
+    EXPECT_TRUE(Logged("Failed to open " + longest + " - " + OpenFailureText("rpx/" + longest)))
+        << "a name that fits is opened";
 
     std::string tooLong(252, 'n');
-    EXPECT_FALSE(BuildPreparePath(tooLong.c_str(), path, sizeof path));
-    EXPECT_STREQ(path, "");
+    EXPECT_EQ(PrepareDatabase(&tooLong[0], setting), -1);
+    EXPECT_TRUE(Logged("Error: Cannot prepare the database, its name is missing or too long."));
 }
 
 TEST_F(DatabasePreparationTest, HidingTheDesignSetsOnlyTheHiddenDesignFlag) {
@@ -43,12 +57,19 @@ TEST_F(DatabasePreparationTest, HidingTheDesignSetsOnlyTheHiddenDesignFlag) {
     before.Flags |= REPLFLG_DISABLE;
     ASSERT_EQ(NSFDbReplicaInfoSet(db, &before), NOERROR);
 
-    HideDatabaseDesign(db);
+    NSFDbClose(db);
+    PatchSetting unsigned_;
+    unsigned_.skipDbSign = 1;
+    char name[] = "prepare_hide.nsf";
+    ASSERT_EQ(PrepareDatabase(name, unsigned_), 0);
+    db = OpenDatabase("rpx/prepare_hide.nsf");
     DBREPLICAINFO hidden = ReplicaInfo(db);
+    NSFDbClose(db);
     EXPECT_EQ(hidden.Flags, before.Flags | REPLFLG_HIDDEN_DESIGN);
     EXPECT_EQ(std::memcmp(&hidden.ID, &before.ID, sizeof before.ID), 0);
 
-    HideDatabaseDesign(db);  // already hidden: written back unchanged
+    ASSERT_EQ(PrepareDatabase(name, unsigned_), 0);  // already hidden: written back unchanged
+    db = OpenDatabase("rpx/prepare_hide.nsf");
     EXPECT_EQ(ReplicaInfo(db).Flags, hidden.Flags);
     NSFDbClose(db);
 }

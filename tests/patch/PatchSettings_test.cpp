@@ -1,5 +1,6 @@
 // The patch settings against the emulated platform: rpxpatch.ini of the newest program folder,
 // its failures and messages, the comma lists and the build string.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <list>
@@ -98,16 +99,18 @@ TEST_F(PatchSettingsTest, MissingFolderFileOrRequiredKeyFails) {
 
 TEST_F(PatchSettingsTest, StartSetsTheBuildStringOrReportsTheFailure) {
     WriteSettings("Files=x\nBuildNumber=next\n");
-    PatchSetting noNumber;
-    ASSERT_TRUE(LoadPatchSettings(noNumber));
-    EXPECT_EQ(noNumber.patchBuild, 0);
+    EXPECT_EQ(MainEntryPoint(), NOERROR);
     EXPECT_STREQ(g_szRkRPXBuildVersion, "5.6.1.0");
-    EXPECT_EQ(DebugLogMessages().front(), "===============Begin update database========");
-    EXPECT_EQ(DebugLogMessages().back(), "Info: The new database build number is 5.6.1.0");
+    Lines messages = DebugLogMessages();
+    ASSERT_GE(messages.size(), 3u);
+    EXPECT_EQ(messages.front(), "===============Begin update database========");
+    auto settingsRead = std::find(messages.begin(), messages.end(), "The build number in patch configuration is 0");
+    ASSERT_NE(settingsRead, messages.end());
+    ASSERT_NE(settingsRead + 1, messages.end());
+    EXPECT_EQ(*(settingsRead + 1), "Info: The new database build number is 5.6.1.0");
 
     WriteSettings("Files=x\n");
-    PatchSetting setting;
-    EXPECT_FALSE(LoadPatchSettings(setting));
+    EXPECT_EQ(MainEntryPoint(), NOERROR);
     EXPECT_STREQ(g_szRkRPXBuildVersion, "5.6.1.0") << "left as it was";
     EXPECT_EQ(DebugLogMessages().back(), "Error, Cannot get the running RPX version");
 }

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
@@ -39,6 +40,12 @@ inline std::string DataFolder() {
 }
 inline std::string IniPath() {
     return ServerFolder() + "/notes.ini";
+}
+
+// Everything the server console has shown so far (each line time-stamped by the platform).
+inline std::string ConsoleText() {
+    std::ifstream in(ServerFolder() + "/console.log", std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 inline STATUS InitPlatform() {

@@ -1,33 +1,37 @@
-// The two halves of the pattern database rebuild that need no server: deciding whether
-// "rpx/rpency.nsf" is in the old layout, and creating it afresh from its template.
+// The pattern database rebuild against the emulated platform: deciding whether "rpx/rpency.nsf" is
+// in the old layout, and creating it afresh from its template.
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "DatabaseMaintenance.h"
-#include "MaintenanceSteps.h"
-#include "PatchTestServer.h"
+#include "PatchRunTestSupport.h"
 #include "acl.h"
 
 using namespace patch_test;
 
 namespace {
 
-using PatternRebuildTest = PatchPlatformTest;
+using PatternRebuildTest = PatchRunTest;
 
 const char kPatternDb[] = "rpx/rpency.nsf";
 const char kPatternTemplate[] = "rpx/rpency.ntf";
 
-struct Detection {
-    STATUS status;
-    int oldFormat;
-    DHANDLE acl;
-};
+const char kOldFormatFound[] = "rpency.nsf is old format, recreate it";
 
-Detection Detect() {
-    Detection result{0, 0, NULLHANDLE};
-    result.status = FindOldPatternFormat(&result.oldFormat, &result.acl);
-    return result;
+DBREPLICAINFO PatternReplicaInfo() {
+    DBREPLICAINFO info;
+    std::memset(&info, 0, sizeof info);
+    DBHANDLE db = NULLHANDLE;
+    EXPECT_EQ(NSFDbOpen(kPatternDb, &db), NOERROR);
+    EXPECT_EQ(NSFDbReplicaInfoGet(db, &info), NOERROR);
+    NSFDbClose(db);
+    return info;
+}
+
+bool HasFixedReplicaId(const DBREPLICAINFO& info) {
+    return info.ID.Innards[0] == 0x001E96E4u && info.ID.Innards[1] == 0x852552F9u;
 }
 
 void AddToPatternDb(const TextItems& items) {
@@ -55,29 +59,37 @@ WORD LevelOf(DHANDLE acl, const std::string& name) {
     return 0xFFFF;
 }
 
+void MakeOldPatternDbWithAdmin() {
+    DBHANDLE oldDb = FreshDatabase(kPatternDb);
+    DHANDLE acl = NULLHANDLE;
+    ASSERT_EQ(NSFDbReadACL(oldDb, &acl), NOERROR);
+    ASSERT_EQ(ACLAddEntry(acl, "CN=Admin/O=Acme", ACL_LEVEL_MANAGER, nullptr, 0), NOERROR);
+    ASSERT_EQ(NSFDbStoreACL(oldDb, acl, 0, 0), NOERROR);
+    OSMemFree(acl);
+    NSFDbClose(oldDb);
+    AddToPatternDb({{"Form", "Patternfile"}, {"InternalPVer", "1234"}});
+}
+
 }  // namespace
 
 TEST_F(PatternRebuildTest, OnlyAnUndottedPatternfileVersionMarksTheOldLayout) {
     NSFDbDelete(kPatternDb);
-    Detection missing = Detect();
-    EXPECT_EQ(missing.status, NOERROR);
-    EXPECT_EQ(missing.oldFormat, 0);
+    EXPECT_EQ(UpdateRpency(), NOERROR);
+    EXPECT_TRUE(DebugLogMessages().empty()) << "no pattern database: nothing to do, nothing said";
 
     NSFDbClose(FreshDatabase(kPatternDb));
     AddToPatternDb({{"Form", "Patternfile"}, {"InternalPVer", "1.234.00"}});
     AddToPatternDb({{"Form", "Patternfile"}});
     AddToPatternDb({{"Form", "Other"}, {"InternalPVer", "1234"}});  // another form: never looked at
-    Detection current = Detect();
-    EXPECT_EQ(current.status, NOERROR);
-    EXPECT_EQ(current.oldFormat, 0);
-    EXPECT_EQ(current.acl, (DHANDLE)NULLHANDLE);
+    EXPECT_EQ(UpdateRpency(), NOERROR);
+    EXPECT_FALSE(Logged(kOldFormatFound));
+    EXPECT_FALSE(HasFixedReplicaId(PatternReplicaInfo())) << "left as it was";
 
+    NSFDbClose(FreshDatabase(kPatternTemplate));
     AddToPatternDb({{"Form", "Patternfile"}, {"InternalPVer", "1234"}});
-    Detection old = Detect();
-    EXPECT_EQ(old.status, NOERROR);
-    EXPECT_EQ(old.oldFormat, 1);
-    EXPECT_NE(old.acl, (DHANDLE)NULLHANDLE);
-    if (old.acl != NULLHANDLE) OSMemFree(old.acl);
+    EXPECT_EQ(UpdateRpency(), NOERROR);
+    EXPECT_TRUE(Logged(kOldFormatFound));
+    EXPECT_TRUE(HasFixedReplicaId(PatternReplicaInfo())) << "rebuilt";
 }
 
 TEST_F(PatternRebuildTest, CallbackLooksOnlyAtMatchingNotesAndNeverResetsTheFlag) {
@@ -103,37 +115,36 @@ TEST_F(PatternRebuildTest, CallbackLooksOnlyAtMatchingNotesAndNeverResetsTheFlag
     NSFDbClose(db);
 }
 
+TEST_F(PatternRebuildTest, CreateFailureIsLoggedAndReturned) {
+    MakeOldPatternDbWithAdmin();
+    NSFDbDelete(kPatternTemplate);
+    EXPECT_NE(UpdateRpency(), NOERROR);
+    std::vector<std::string> messages = DebugLogMessages();
+    EXPECT_TRUE(std::any_of(messages.begin(), messages.end(), [](const std::string& line) {
+        return line.rfind("Failed to recreate rpency.nsf, Error: ", 0) == 0;
+    }));
+}
+
 TEST_F(PatternRebuildTest, RecreatesFromTheTemplateWithTheFixedReplicaIdAndTheOldAcl) {
     DBHANDLE templateDb = FreshDatabase(kPatternTemplate);
     AddNote(templateDb, NOTE_CLASS_DOCUMENT, {{"Form", "Patternfile"}, {"InternalPVer", "2.0.1"}});
     NSFDbClose(templateDb);
-
-    DBHANDLE oldDb = FreshDatabase(kPatternDb);
-    DHANDLE acl = NULLHANDLE;
-    ASSERT_EQ(NSFDbReadACL(oldDb, &acl), NOERROR);
-    ASSERT_EQ(ACLAddEntry(acl, "CN=Admin/O=Acme", ACL_LEVEL_MANAGER, nullptr, 0), NOERROR);
-    NSFDbClose(oldDb);
-
-    // while the old database is still there (not taken offline) the create fails
-    EXPECT_NE(RecreatePatternDatabase(acl), NOERROR);
-
-    ASSERT_EQ(NSFDbDelete(kPatternDb), NOERROR);
-    ASSERT_EQ(RecreatePatternDatabase(acl), NOERROR);
+    MakeOldPatternDbWithAdmin();
+    ASSERT_EQ(UpdateRpency(), NOERROR);
 
     DBHANDLE rebuilt = NULLHANDLE;
     ASSERT_EQ(NSFDbOpen(kPatternDb, &rebuilt), NOERROR);
     DBREPLICAINFO info;
     ASSERT_EQ(NSFDbReplicaInfoGet(rebuilt, &info), NOERROR);
-    EXPECT_EQ(info.ID.Innards[0], 0x001E96E4u);
-    EXPECT_EQ(info.ID.Innards[1], 0x852552F9u);
+    EXPECT_TRUE(HasFixedReplicaId(info));
 
     DHANDLE rebuiltAcl = NULLHANDLE;
     ASSERT_EQ(NSFDbReadACL(rebuilt, &rebuiltAcl), NOERROR);
     EXPECT_EQ(LevelOf(rebuiltAcl, "CN=Admin/O=Acme"), ACL_LEVEL_MANAGER);
     OSMemFree(rebuiltAcl);
-    OSMemFree(acl);
-
-    Detection after = Detect();
-    EXPECT_EQ(after.oldFormat, 0);
     NSFDbClose(rebuilt);
+
+    ClearDebugLog();
+    EXPECT_EQ(UpdateRpency(), NOERROR);
+    EXPECT_FALSE(Logged(kOldFormatFound)) << "the rebuilt database is in the new layout";
 }

@@ -6,7 +6,7 @@
 #include "nsfdb.h"
 #include "nsfnote.h"
 
-#include "PatchRunSteps.h"
+#include "PatchRPX.h"
 #include "PatchRunTestSupport.h"
 
 using namespace patch_test;
@@ -31,7 +31,7 @@ protected:
     PatchSetting Detect(int expected) {
         PatchSetting setting;
         setting.runningBuild = setting.runningDbBuild = -7;
-        EXPECT_EQ(DetectRunningBuilds(setting, ReadBuildNumberNote), expected);
+        EXPECT_EQ(GetRunningRPXVer(setting), expected);
         return setting;
     }
 };

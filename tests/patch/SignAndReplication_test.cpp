@@ -5,8 +5,7 @@
 #include <vector>
 
 #include "DatabaseMaintenance.h"
-#include "MaintenanceSteps.h"
-#include "PatchTestServer.h"
+#include "PatchRunTestSupport.h"
 #include "osenv.h"
 #include "osmisc.h"
 #include "osmem.h"
@@ -15,7 +14,7 @@ using namespace patch_test;
 
 namespace {
 
-using SignAndReplicationTest = PatchPlatformTest;
+using SignAndReplicationTest = PatchRunTest;
 
 STATUS RunSearch(DBHANDLE db, WORD classMask, NSFSEARCHPROC callback) {
     DbSearchParam param;
@@ -171,22 +170,15 @@ TEST_F(SignAndReplicationTest, ReplicationNoteItemsHaveTheirExactValueBytes) {
     NSFDbClose(db);
 }
 
-TEST(SignAndReplicationPath, JoinsFolderSeparatorAndNameWithinTheBuffer) {
-    char path[256];
-    BuildReplicaDbPath("rpx", "\\", "rpmsg.nsf", path, sizeof path);
-    EXPECT_STREQ(path, "rpx\\rpmsg.nsf");
+TEST_F(SignAndReplicationTest, DatabasePathJoinsFolderSeparatorAndNameWithinTheBuffer) {
+    char folder[] = "rpx";
+    SignAndChangeReplicaDatabase(folder);
+    EXPECT_TRUE(Logged("rpx\\rpmsg.nsf"));
+    EXPECT_TRUE(Logged("rpx\\rplists.nsf"));
 
     std::string longFolder(300, 'f');
-    char guarded[256 + 8];
-    std::memset(guarded, '#', sizeof guarded);
-    BuildReplicaDbPath(longFolder.c_str(), "\\", "rpmsg.nsf", guarded, 256);
-    EXPECT_EQ(std::strlen(guarded), 255u);
-    EXPECT_EQ(std::string(guarded, 255), longFolder.substr(0, 255));
-    EXPECT_EQ(guarded[256], '#');
-
-    BuildReplicaDbPath("rpx", "\\", std::string(260, 'n').c_str(), path, sizeof path);
-    EXPECT_EQ(std::strlen(path), 255u);
-    EXPECT_EQ(std::string(path, 4), "rpx\\");
+    SignAndChangeReplicaDatabase(&longFolder[0]);
+    EXPECT_TRUE(Logged(longFolder.substr(0, 255))) << "the folder is cut to 255 bytes, nothing follows";
 }
 
 TEST_F(SignAndReplicationTest, GetAPIErrorReadsAtMostEightCharactersOfTheMaskedStatus) {
