@@ -47,17 +47,25 @@ std::FILE* OpenLogFile(int level, LogLineStart& start) {
 
 unsigned long ThreadId() { return static_cast<unsigned long>(pthread_self()); }
 
+// Opens the file of a line that is to be written and fills its prefix from prefixFormat (time,
+// pid, thread, level); null when nothing is to be written. The level fills the field named module:
+// readers of the log parse the line by that field name, so it keeps the name.
+std::FILE* StartLine(int level, const char* format, const char* prefixFormat, char* prefix) {
+    if (format == nullptr) return nullptr;
+    LogLineStart start;
+    std::FILE* file = OpenLogFile(level, start);
+    if (file == nullptr) return nullptr;
+    std::snprintf(prefix, kPrefixSize, prefixFormat, start.stamp, static_cast<int>(getpid()), ThreadId(),
+                  static_cast<unsigned>(level));
+    return file;
+}
+
 }  // namespace
 
 void RkCommonUtil::LogDebugMessage(const char* sourceFile, int line, int level, const char* format, ...) {
-    if (format == nullptr) return;
-    LogLineStart start;
-    std::FILE* file = OpenLogFile(level, start);
-    if (file == nullptr) return;
     char prefix[kPrefixSize];
-    // The field named module carries the level: intended.
-    std::snprintf(prefix, sizeof(prefix), "[%s][pid=%d][tid=%lu][module=%08x]", start.stamp,
-                  static_cast<int>(getpid()), ThreadId(), static_cast<unsigned>(level));
+    std::FILE* file = StartLine(level, format, "[%s][pid=%d][tid=%lu][module=%08x]", prefix);
+    if (file == nullptr) return;
     char message[kMessageSize];
     va_list arguments;
     va_start(arguments, format);
@@ -72,14 +80,9 @@ void RkCommonUtil::LogDebugMessage(const char* sourceFile, int line, int level, 
 }
 
 void RkCommonUtil::LogDebugMessage(int level, const char* format, ...) {
-    if (format == nullptr) return;
-    LogLineStart start;
-    std::FILE* file = OpenLogFile(level, start);
-    if (file == nullptr) return;
     char prefix[kPrefixSize];
-    // The field named module carries the level: intended.
-    std::snprintf(prefix, sizeof(prefix), "[%s][pid=%d][tid=%lu][module=%x]", start.stamp,
-                  static_cast<int>(getpid()), ThreadId(), static_cast<unsigned>(level));
+    std::FILE* file = StartLine(level, format, "[%s][pid=%d][tid=%lu][module=%x]", prefix);
+    if (file == nullptr) return;
 
     rk_LOG_CWriterSentry sentry(gLogLock);
     std::fprintf(file, "%s:", prefix);

@@ -58,6 +58,13 @@ constexpr size_t kStatusTextSize = 257;
 void LoadStatusText(STATUS status, char* text);
 // LMBCS text to the native character set, at most 256 bytes, into native (kStatusTextSize).
 void StatusTextToNative(const char* text, char* native);
+// Opens the database at path into *db. When it cannot be opened, puts its path and then the
+// platform's text of the status on the server console, gives that text in the native character
+// set in nativeText (kStatusTextSize bytes) and returns false.
+bool OpenDatabaseOrReport(const char* path, DBHANDLE* db, char* nativeText);
+// Puts the platform's text of status on the server console and gives it in the native character
+// set in nativeText (kStatusTextSize bytes).
+void ReportStatusOnConsole(STATUS status, char* nativeText);
 
 // ---- Database preparation -----------------------------------------------------------------
 

@@ -1,7 +1,6 @@
 // SetAllDatabasesBuild and BuildNumber: the product's database table and the build stamp in the
 // help notes of its databases; a note that cannot be stamped is reported on the server console.
 #include "global.h"
-#include "addin.h"
 #include "nsfdb.h"
 #include "nsfnote.h"
 #include "osmisc.h"
@@ -39,9 +38,8 @@ void DatabasePath(const char* databaseName, char* path, size_t size) {
 }
 
 void ReportOnConsole(STATUS status) {
-    char text[kStatusTextSize];
-    LoadStatusText(status, text);
-    AddInLogMessageText((char*)"%s", NOERROR, text);
+    char native[kStatusTextSize];
+    ReportStatusOnConsole(status, native);
 }
 
 }  // namespace

@@ -19,19 +19,6 @@ const STATUS kSignRefused = 0x9728;
 const WORD kPrepareSignMask = NOTE_CLASS_ALLNONDATA;
 const char kPrepareFolder[] = "rpx/";
 
-// The console gets both texts as they are; "%s" keeps a '%' in them from being read as a format.
-void ReportOpenFailure(const char* path, const char* statusText) {
-    AddInLogMessageText((char*)"%s", NOERROR, path);
-    AddInLogMessageText((char*)"%s", NOERROR, statusText);
-}
-
-void ReportStatus(STATUS status, char* nativeText) {
-    char text[kStatusTextSize];
-    LoadStatusText(status, text);
-    AddInLogMessageText((char*)"%s", NOERROR, text);
-    StatusTextToNative(text, nativeText);
-}
-
 // "rpx/" + name into path (size bytes). False, with path empty, when it would not fit.
 bool BuildPreparePath(const char* name, char* path, size_t size) {
     int needed = rk_snprintf(path, size, "%s%s", kPrepareFolder, name);
@@ -66,7 +53,7 @@ bool SignDesign(DBHANDLE db, const char* name) {
     }
     if (status != NOERROR) {
         char native[kStatusTextSize];
-        ReportStatus(status, native);
+        ReportStatusOnConsole(status, native);
         LogDebugMessage(1, "Failed to sign %s - %s\n", name, native);
         return false;
     }
@@ -82,6 +69,22 @@ void LoadStatusText(STATUS status, char* text) {
     text[kStatusTextSize - 1] = '\0';
 }
 
+bool OpenDatabaseOrReport(const char* path, DBHANDLE* db, char* nativeText) {
+    STATUS status = NSFDbOpen(path, db);
+    if (status == NOERROR) return true;
+    // The console gets the path as it is; "%s" keeps a '%' in it from being read as a format.
+    AddInLogMessageText((char*)"%s", NOERROR, path);
+    ReportStatusOnConsole(status, nativeText);
+    return false;
+}
+
+void ReportStatusOnConsole(STATUS status, char* nativeText) {
+    char text[kStatusTextSize];
+    LoadStatusText(status, text);
+    AddInLogMessageText((char*)"%s", NOERROR, text);
+    StatusTextToNative(text, nativeText);
+}
+
 void StatusTextToNative(const char* text, char* native) {
     WORD length =
         OSTranslate(OS_TRANSLATE_LMBCS_TO_NATIVE, text, (WORD)std::strlen(text), native, kStatusTextSize - 1);
@@ -90,18 +93,13 @@ void StatusTextToNative(const char* text, char* native) {
 
 int PrepareDatabase(char* name, PatchSetting& setting) {
     char path[256];
-    if (name == nullptr || !BuildPreparePath(name, path, sizeof path)) {
+    if (!BuildPreparePath(name, path, sizeof path)) {
         LogDebugMessage(1, "Error: Cannot prepare the database, its name is missing or too long.\n");
         return -1;
     }
     DBHANDLE db = NULLHANDLE;
-    STATUS status = NSFDbOpen(path, &db);
-    if (status != NOERROR) {
-        char text[kStatusTextSize];
-        char native[kStatusTextSize];
-        LoadStatusText(status, text);
-        ReportOpenFailure(path, text);
-        StatusTextToNative(text, native);
+    char native[kStatusTextSize];
+    if (!OpenDatabaseOrReport(path, &db, native)) {
         LogDebugMessage(1, "Failed to open %s - %s\n", name, native);
         return -1;
     }

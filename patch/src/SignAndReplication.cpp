@@ -120,10 +120,6 @@ const size_t kPathSize = 256;
 const size_t kNameSize = 256;
 const size_t kSeparatorSize = 3;
 
-void ConsoleLine(const char* text) {
-    AddInLogMessageText((char*)"%s", NOERROR, text);  // "%s": the text is shown, never parsed
-}
-
 void LmbcsSeparator(char* separator) {
     char translated[16];
     WORD length = OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, "\\", 1, translated, sizeof translated - 1);
@@ -155,11 +151,8 @@ void SignOneDatabase(DBHANDLE db, const char* path) {
     STATUS status = NSFSearch(db, NULLHANDLE, nullptr, 0, NOTE_CLASS_ALLNONDATA, nullptr,
                               SignDatabaseCallback, &param, nullptr);
     if (status != NOERROR) {
-        char text[kStatusTextSize];
         char native[kStatusTextSize];
-        LoadStatusText(status, text);
-        ConsoleLine(text);
-        StatusTextToNative(text, native);
+        ReportStatusOnConsole(status, native);
         LogDebugMessage(1, "Failed to sign %s - %s", path, native);
     } else {
         LogDebugMessage(1, "Succeeded to sign - %s", path);
@@ -177,14 +170,8 @@ void MaintainDatabase(const char* folder, const char* separator, const char* dat
     LogDebugMessage(1, "%s", path);
 
     DBHANDLE db = NULLHANDLE;
-    STATUS status = NSFDbOpen(path, &db);
-    if (status != NOERROR) {
-        char text[kStatusTextSize];
-        char native[kStatusTextSize];
-        LoadStatusText(status, text);
-        ConsoleLine(path);
-        ConsoleLine(text);
-        StatusTextToNative(text, native);
+    char native[kStatusTextSize];
+    if (!OpenDatabaseOrReport(path, &db, native)) {
         LogDebugMessage(1, "Failed to open %s - %s", path, native);
         return;
     }
