@@ -9,6 +9,7 @@
 
 #include "global.h"
 #include "nsfdata.h"
+#include "nsfsearc.h"
 
 // UNID of an obsolete document of rpx/rpconf.nsf -> UNID of the document that replaces it.
 extern std::map<std::string, std::string> m_nsf_ObsoleteUNIDMap;
@@ -25,7 +26,8 @@ STATUS RemoveDuplicatedUserDefinedDigitalAssert();
 STATUS UpdateRPXConfigue();
 
 // The steps of the migration, called by UpdateRPXConfigue on the open configuration database.
-// "$ConflictAction" of every document set to "3". 1, 0 when the search failed, or a compile status.
+// "$ConflictAction" of every "Register" document set to "3". 1, 0 when the search failed, or a compile
+// status.
 STATUS ChangeConflictAction(DBHANDLE hDb);
 // "DefaultRule" kept only on the shipped default document of each policy form.
 STATUS CheckDefaultPolicies(DBHANDLE hDb);
@@ -40,5 +42,16 @@ void OutputSet(const std::map<std::string, std::string>& unids);
 STATUS RemoveObsoleteUNID(DBHANDLE hDb);
 // Puts each replacing UNID where its obsolete one stood in "matchRule" of the template documents.
 STATUS ReplaceObsoleteUNID(DBHANDLE hDb);
+
+// The search callbacks of the steps above; each takes a pointer to the database handle.
+STATUS LNCALLBACK ChangeConflictActionCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary);
+STATUS LNCALLBACK ProcessDefaultPolicies(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary);
+
+// Puts the UNIDs of the known duplicated digital assets into duplicatedUserDefinedDigtalAssertSet.
+void InitDuplicatedUserDefinedDigtalAssertSet();
+// Collects the matched note when it is a listed, unreferred, not pre-defined duplicate. Ends the
+// search with the status of a note that cannot be opened.
+STATUS LNCALLBACK RemoveDuplicatedUserDefinedDigitalAssertCallback(void* parameter, SEARCH_MATCH* match,
+                                                                   ITEM_TABLE* summary);
 
 #endif

@@ -1,0 +1,154 @@
+// ChangeConflictAction and CheckDefaultPolicies: two document fixes of the configuration database
+// made right after its design has been reloaded, each a formula search with a per-note callback.
+#include "global.h"
+#include "nsfdb.h"
+#include "nsfnote.h"
+#include "nsfsearc.h"
+#include "osmisc.h"
+
+#include <cctype>
+#include <cstring>
+
+#include "ConfigMigration.h"
+#include "PatchRPX.h"
+
+namespace {
+
+const char kSourceName[] = "PatchRPX";
+const char kRegisterFormula[] = "FORM=\"Register\"";
+const char kDefaultRuleFormula[] = "DefaultRule=\"1\"";
+const char kConflictActionItem[] = "$ConflictAction";
+const char kDefaultRuleItem[] = "DefaultRule";
+const char kFormItem[] = "Form";
+const char kWantedConflictAction[] = "3";
+constexpr size_t kFormulaSize = 32;
+constexpr size_t kConflictActionSize = 32;
+constexpr size_t kFormSize = 64;
+
+// The shipped default document of each form, known by the note part of its originator ID.
+struct ShippedDefault {
+    const char* form;
+    DWORD noteHigh;
+    DWORD noteLow;
+};
+
+const ShippedDefault kShippedDefaults[] = {
+    {"Policy", 0xC1256E39, 0x0066396D},
+    {"MailConfiguration", 0x48257582, 0x0024ABCC},
+    {"LocalSettings", 0x48256E16, 0x002368DD},
+    {"DxAgentSettings", 0x4825751A, 0x002F965C},
+    {"DTASsetting", 0x48257A23, 0x00200EA2},
+};
+
+bool SameTextIgnoringCase(const char* a, const char* b) {
+    for (; *a != '\0' && *b != '\0'; ++a, ++b) {
+        if (std::tolower(static_cast<unsigned char>(*a)) != std::tolower(static_cast<unsigned char>(*b))) {
+            return false;
+        }
+    }
+    return *a == *b;
+}
+
+bool IsShippedDefault(const char* form, const ORIGINATORID& oid) {
+    for (const ShippedDefault& row : kShippedDefaults) {
+        if (SameTextIgnoringCase(form, row.form)) {
+            return oid.Note.Innards[1] == row.noteHigh && oid.Note.Innards[0] == row.noteLow;
+        }
+    }
+    return false;
+}
+
+STATUS CompileSelection(const char* formula, WORD formulaLength, FORMULAHANDLE* compiled) {
+    char text[kFormulaSize];
+    std::memset(text, 0, sizeof text);
+    WORD length = OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, formula, formulaLength, text, kFormulaSize - 1);
+    if (length > kFormulaSize - 1) length = kFormulaSize - 1;
+    text[length] = '\0';
+    WORD compiledLength = 0, compileError = 0, errorLine = 0, errorColumn = 0, errorOffset = 0,
+         errorLength = 0;
+    return NSFFormulaCompile(nullptr, 0, text, length, compiled, &compiledLength, &compileError, &errorLine,
+                             &errorColumn, &errorOffset, &errorLength);
+}
+
+// The search both fixes share. *compiled tells a compile failure apart from the search's status.
+STATUS SearchConfigDocuments(DBHANDLE* hDb, const char* formula, WORD formulaLength, NSFSEARCHPROC callback,
+                             bool* compiled) {
+    FORMULAHANDLE selection = NULLHANDLE;
+    STATUS status = CompileSelection(formula, formulaLength, &selection);
+    *compiled = status == NOERROR;
+    if (!*compiled) {
+        // Both fixes name ChangeConflictAction here and close the caller's database; the caller
+        // goes on with the closed handle. Required as it stands.
+        LogDebugMessage(0, "[%s:%d]ChangeConflictAction Cannot compile the formula! error[%d]\n", kSourceName,
+                        __LINE__, (int)status);
+        NSFDbClose(*hDb);
+        return status;
+    }
+    // intended: the compiled formula is not freed
+    return NSFSearch(*hDb, selection, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, callback, hDb, nullptr);
+}
+
+bool OpenMatchedNote(void* parameter, SEARCH_MATCH* match, NOTEHANDLE* note) {
+    SEARCH_MATCH found;
+    std::memcpy(&found, match, sizeof found);
+    if (!(found.SERetFlags & SE_FMATCH)) return false;
+    DBHANDLE hDb;
+    std::memcpy(&hDb, parameter, sizeof hDb);
+    return NSFNoteOpen(hDb, found.ID.NoteID, 0, note) == NOERROR;
+}
+
+bool NeedsConflictAction(NOTEHANDLE note) {
+    if (NSFItemInfo(note, kConflictActionItem, sizeof kConflictActionItem - 1, nullptr, nullptr, nullptr,
+                    nullptr) != NOERROR) {
+        return true;
+    }
+    char value[kConflictActionSize];
+    std::memset(value, 0, sizeof value);
+    NSFItemGetText(note, kConflictActionItem, value, sizeof value - 1);
+    return value[0] != kWantedConflictAction[0];
+}
+
+}  // namespace
+
+STATUS LNCALLBACK ChangeConflictActionCallback(void* parameter, SEARCH_MATCH* match,
+                                               ITEM_TABLE* /*summary*/) {
+    NOTEHANDLE note = NULLHANDLE;
+    if (!OpenMatchedNote(parameter, match, &note)) return NOERROR;
+    if (NeedsConflictAction(note)) {
+        NSFItemSetText(note, kConflictActionItem, kWantedConflictAction, sizeof kWantedConflictAction - 1);
+        NSFNoteUpdate(note, UPDATE_FORCE);
+    }
+    NSFNoteClose(note);
+    return NOERROR;
+}
+
+STATUS LNCALLBACK ProcessDefaultPolicies(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) {
+    NOTEHANDLE note = NULLHANDLE;
+    if (!OpenMatchedNote(parameter, match, &note)) return NOERROR;
+    ORIGINATORID oid;
+    std::memset(&oid, 0, sizeof oid);
+    NSFNoteGetInfo(note, _NOTE_OID, &oid);
+    char form[kFormSize];
+    std::memset(form, 0, sizeof form);
+    NSFItemGetText(note, kFormItem, form, sizeof form - 1);
+    if (!IsShippedDefault(form, oid)) {
+        NSFItemDelete(note, kDefaultRuleItem, sizeof kDefaultRuleItem - 1);
+        NSFNoteUpdate(note, UPDATE_FORCE);
+    }
+    NSFNoteClose(note);
+    return NOERROR;
+}
+
+STATUS ChangeConflictAction(DBHANDLE hDb) {
+    bool compiled = false;
+    STATUS status = SearchConfigDocuments(&hDb, kRegisterFormula, sizeof kRegisterFormula - 1,
+                                          ChangeConflictActionCallback, &compiled);
+    if (!compiled) return status;
+    return status == NOERROR ? 1 : 0;
+}
+
+STATUS CheckDefaultPolicies(DBHANDLE hDb) {
+    bool compiled = false;
+    return SearchConfigDocuments(&hDb, kDefaultRuleFormula, sizeof kDefaultRuleFormula - 1,
+                                 ProcessDefaultPolicies, &compiled);
+}
