@@ -8,11 +8,6 @@ namespace {
 const STATUS kNotAvailable = 1;
 }
 
-STATUS UpdateExpresionDocID() {
-    LogDebugMessage(1, "UpdateExpresionDocID is not available in this build.");
-    return kNotAvailable;
-}
-
 STATUS RemoveDuplicatedUserDefinedDigitalAssert() {
     LogDebugMessage(1, "RemoveDuplicatedUserDefinedDigitalAssert is not available in this build.");
     return kNotAvailable;
