@@ -20,6 +20,8 @@ extern std::set<std::string> duplicatedUserDefinedDigtalAssertSet;
 
 // Gives the predefined content-filter expressions their fixed document IDs and links.
 STATUS UpdateExpresionDocID();
+// Its search callback, for each document of the form "Expression". Always 0.
+STATUS LNCALLBACK UpdateExpresionProc(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary);
 // Deletes the known duplicated user-defined digital assets nothing refers to.
 STATUS RemoveDuplicatedUserDefinedDigitalAssert();
 // Migrates the documents of rpx/rpconf.nsf once its new template has been applied.

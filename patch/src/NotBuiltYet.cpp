@@ -8,11 +8,6 @@ namespace {
 const STATUS kNotAvailable = 1;
 }
 
-STATUS UpdateExpresionDocID() {
-    LogDebugMessage(1, "UpdateExpresionDocID is not available in this build.");
-    return kNotAvailable;
-}
-
 STATUS UpgradeDLPDocumentFromNTFtoNSF(DBHANDLE, DBHANDLE) {
     LogDebugMessage(1, "UpgradeDLPDocumentFromNTFtoNSF is not available in this build.");
     return kNotAvailable;

@@ -117,7 +117,10 @@ TEST(SettingsRun, DebugLogIsWrittenOnlyWhenTheSwitchIsOne) {
     auto log = server.DebugLog();
     ASSERT_FALSE(log.empty());
     EXPECT_EQ(log.front().text, kBegin);
-    for (const LogLine& line : log) EXPECT_EQ(line.level, 1) << line.text;
+    // Everything but the expression table's listing, which is written at level 3.
+    for (const LogLine& line : log) {
+        if (line.text.rfind("\tgMap[", 0) != 0) EXPECT_EQ(line.level, 1) << line.text;
+    }
 }
 
 TEST(SettingsRun, BuildsComeFromTheNewestProgramFolderAndTheMessageDatabase) {

@@ -1,0 +1,154 @@
+// The fix-up of the content-filter expressions of rpx/rpconf.nsf: every "Expression" document's
+// "DocID" becomes its own UNID, and a predefined expression gains, in "RefContent", the UNID of
+// the predefined document that refers to it. The expressions and those UNIDs come from
+// patch/data/expression_table.tsv, turned into ExpressionTable.inc when the module is built.
+#include "global.h"
+
+#include <cstring>
+#include <map>
+#include <string>
+
+#include "nsfdb.h"
+#include "nsfnote.h"
+#include "nsfsearc.h"
+#include "osmisc.h"
+
+#include "ConfigMigration.h"
+#include "PatchRPX.h"
+#include "RkFormat.h"
+
+namespace {
+
+using ExpressionTable = std::map<std::string, std::string>;
+
+struct ExpressionRow {
+    const char* expression;
+    const char* unid;
+};
+
+const ExpressionRow kExpressionRows[] = {
+#include "ExpressionTable.inc"
+};
+
+// What the search hands to UpdateExpresionProc; the database handle comes first, as in every
+// search parameter record of the patch.
+struct ExpressionSearchParam {
+    DBHANDLE hDb;
+    ExpressionTable* table;
+};
+
+const int kTableLogLevel = 3;
+const int kCompileErrorLogLevel = 0;
+const int kCompileErrorLine = 2299;  // the position this message has always named
+
+const char kConfigDb[] = "rpx/rpconf.nsf";
+const char kExpressionFormula[] = "FORM=\"Expression\"";
+const char kDocIdItem[] = "DocID";
+const char kExpressionItem[] = "Expression";
+const char kRefContentItem[] = "RefContent";
+const size_t kFormulaSize = 32;
+const size_t kFieldSize = 256;
+const WORD kFieldReadLimit = 255;
+
+const char* SourceFileName() {
+    const char* slash = std::strrchr(__FILE__, '/');
+    return slash ? slash + 1 : __FILE__;
+}
+
+void FillExpressionTable(ExpressionTable& table) {
+    for (const ExpressionRow& row : kExpressionRows) table[row.expression] = row.unid;
+}
+
+void LogExpressionTable(const ExpressionTable& table) {
+    for (const auto& row : table) {
+        LogDebugMessage(kTableLogLevel, "\tgMap[\"%s\"]=\"%s\";", row.first.c_str(), row.second.c_str());
+    }
+}
+
+STATUS CompileExpressionFormula(FORMULAHANDLE* formula) {
+    char text[kFormulaSize];
+    std::memset(text, 0, sizeof text);
+    WORD length = OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, kExpressionFormula, sizeof kExpressionFormula - 1,
+                              text, kFormulaSize - 1);
+    if (length > kFormulaSize - 1) length = kFormulaSize - 1;
+    text[length] = '\0';
+    WORD formulaLength = 0, compileError = 0, errorLine = 0, errorColumn = 0, errorOffset = 0,
+         errorLength = 0;
+    return NSFFormulaCompile(nullptr, 0, text, static_cast<WORD>(std::strlen(text)), formula, &formulaLength,
+                             &compileError, &errorLine, &errorColumn, &errorOffset, &errorLength);
+}
+
+// The note's UNID as 32 upper-case hexadecimal digits into text (kFieldSize bytes).
+void FormatNoteUnid(NOTEHANDLE note, char* text) {
+    ORIGINATORID oid;
+    std::memset(&oid, 0, sizeof oid);
+    NSFNoteGetInfo(note, _NOTE_OID, &oid);
+    rk_snprintf(text, kFieldSize - 1, "%08X%08X%08X%08X", (unsigned)oid.File.Innards[1],
+                (unsigned)oid.File.Innards[0], (unsigned)oid.Note.Innards[1], (unsigned)oid.Note.Innards[0]);
+}
+
+// An item's text into text (kFieldSize bytes, zeroed here); a missing item reads as "".
+void ReadFieldText(NOTEHANDLE note, const char* item, char* text) {
+    std::memset(text, 0, kFieldSize);
+    WORD length = NSFItemGetText(note, item, text, kFieldReadLimit);
+    if (length > kFieldReadLimit) length = kFieldReadLimit;
+    text[length] = '\0';
+}
+
+}  // namespace
+
+STATUS LNCALLBACK UpdateExpresionProc(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) {
+    SEARCH_MATCH found;
+    std::memcpy(&found, match, sizeof found);
+    if (!(found.SERetFlags & SE_FMATCH)) return NOERROR;
+    ExpressionSearchParam* param = static_cast<ExpressionSearchParam*>(parameter);
+
+    NOTEHANDLE note = NULLHANDLE;
+    STATUS status = NSFNoteOpen(param->hDb, found.ID.NoteID, 0, &note);
+    if (status != NOERROR) {
+        LogDebugMessage(kTableLogLevel, "NSFNoteOpen error %d", (int)status);
+        return NOERROR;
+    }
+    char unid[kFieldSize];
+    char docId[kFieldSize];
+    char expression[kFieldSize];
+    std::memset(unid, 0, sizeof unid);
+    FormatNoteUnid(note, unid);
+    ReadFieldText(note, kDocIdItem, docId);
+    ReadFieldText(note, kExpressionItem, expression);
+
+    if (std::strcmp(unid, docId) != 0) {
+        NSFItemSetText(note, kDocIdItem, unid, static_cast<WORD>(std::strlen(unid)));
+    }
+    auto row = param->table->find(expression);
+    if (row != param->table->end()) {
+        NSFItemAppendTextList(note, kRefContentItem, row->second.c_str(), static_cast<WORD>(row->second.size()),
+                              FALSE);
+    }
+    // intended: saved even when nothing changed
+    NSFNoteUpdate(note, UPDATE_FORCE);
+    NSFNoteClose(note);
+    return NOERROR;
+}
+
+STATUS UpdateExpresionDocID() {
+    ExpressionTable gMap;
+    FillExpressionTable(gMap);
+
+    ExpressionSearchParam param{NULLHANDLE, &gMap};
+    if (NSFDbOpen(kConfigDb, &param.hDb) == NOERROR) {
+        FORMULAHANDLE formula = NULLHANDLE;
+        STATUS status = CompileExpressionFormula(&formula);
+        if (status != NOERROR) {
+            LogDebugMessage(kCompileErrorLogLevel, "[%s:%d]UpdateRpency Cannot compile the formula! error[%d]\n",
+                            SourceFileName(), kCompileErrorLine, (int)status);
+            NSFDbClose(param.hDb);
+            return status;
+        }
+        NSFSearch(param.hDb, formula, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, UpdateExpresionProc, &param,
+                  nullptr);
+        NSFDbClose(param.hDb);  // intended: the compiled formula is not freed
+    }
+    LogExpressionTable(gMap);
+    return NOERROR;
+}
