@@ -27,26 +27,3 @@ STATUS CheckDefaultPolicies(DBHANDLE) {
     LogDebugMessage(1, "CheckDefaultPolicies is not available in this build.");
     return kNotAvailable;
 }
-
-STATUS UpgradeDLPDocumentFromNTFtoNSF(DBHANDLE, DBHANDLE) {
-    LogDebugMessage(1, "UpgradeDLPDocumentFromNTFtoNSF is not available in this build.");
-    return kNotAvailable;
-}
-
-void OutputObsoleteSet(const std::set<std::string>&) {
-    LogDebugMessage(1, "OutputObsoleteSet is not available in this build.");
-}
-
-void OutputSet(const std::map<std::string, std::string>&) {
-    LogDebugMessage(1, "OutputSet is not available in this build.");
-}
-
-STATUS RemoveObsoleteUNID(DBHANDLE) {
-    LogDebugMessage(1, "RemoveObsoleteUNID is not available in this build.");
-    return kNotAvailable;
-}
-
-STATUS ReplaceObsoleteUNID(DBHANDLE) {
-    LogDebugMessage(1, "ReplaceObsoleteUNID is not available in this build.");
-    return kNotAvailable;
-}
