@@ -38,7 +38,7 @@ STATUS CheckDefaultPolicies(DBHANDLE hDb);
 STATUS UpgradeDLPDocumentFromNTFtoNSF(DBHANDLE hTemplate, DBHANDLE hDb);
 // Lists each UNID of the set at level 1, in order.
 void OutputObsoleteSet(const std::set<std::string>& unids);
-// Lists each pair of the map at level 1, in order.
+// Lists each pair of the map at level 3, in order.
 void OutputSet(const std::map<std::string, std::string>& unids);
 // Drops the obsolete UNIDs from "ReferDocs" and "UseDocs" of the DLP documents.
 STATUS RemoveObsoleteUNID(DBHANDLE hDb);

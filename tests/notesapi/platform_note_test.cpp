@@ -182,6 +182,48 @@ TEST(PlatformNote, DbCopyNoteKeepsTheOidOnlyBetweenReplicas) {
 	          ERR_NOTE_DELETED);
 }
 
+TEST(PlatformNote, DbCopyNoteIntoAReplicaTakesTheUnidOfAStubButNeverMakesTwoLiveNotesOfIt) {
+	TestDb source("copynote_stub_source.nsf");
+	TestDb replica("copynote_stub_replica.nsf");
+	DBREPLICAINFO info;
+	NSFDbReplicaInfoGet(source, &info);
+	NSFDbReplicaInfoSet(replica, &info);
+	NOTEID sourceId = AddDocument(source, {{"Form", "dictionary"}, {"Version", "new"}});
+	NOTEID firstCopy = 0;
+	ASSERT_EQ(NSFDbCopyNote(source, nullptr, nullptr, sourceId, replica, nullptr, nullptr, &firstCopy, nullptr),
+	          NOERROR);
+	NOTEHANDLE note;
+	ASSERT_EQ(NSFNoteOpen(replica, firstCopy, 0, &note), NOERROR);
+	UNID unid{OidOf(note).File, OidOf(note).Note};
+	NSFItemSetText(note, "Version", "old", MAXWORD);
+	ASSERT_EQ(NSFNoteUpdate(note, UPDATE_FORCE), NOERROR);
+	NSFNoteClose(note);
+
+	// A second copy while the first is live: one live note of the UNID at most.
+	NOTEID secondCopy = 0;
+	if (NSFDbCopyNote(source, nullptr, nullptr, sourceId, replica, nullptr, nullptr, &secondCopy, nullptr) ==
+	    NOERROR) {
+		EMU_KNOWN_DIFFERENCE("undocumented: the emulator replaces the replica's live note of that UNID");
+		std::vector<Visit> visits;
+		ASSERT_EQ(Search(replica, NULLHANDLE, NOTE_CLASS_DOCUMENT, visits), NOERROR);
+		EXPECT_EQ(visits.size(), 1u);
+	}
+
+	// Deleted, the UNID's stub gives way to a copy, which gets a new note ID and is found by it.
+	ASSERT_EQ(NSFNoteOpenByUNID(replica, &unid, 0, &note), NOERROR);
+	NOTEID liveId = IdOf(note);
+	NSFNoteClose(note);
+	ASSERT_EQ(NSFNoteDelete(replica, liveId, UPDATE_FORCE), NOERROR);
+	NOTEID thirdCopy = 0;
+	ASSERT_EQ(NSFDbCopyNote(source, nullptr, nullptr, sourceId, replica, nullptr, nullptr, &thirdCopy, nullptr),
+	          NOERROR);
+	EXPECT_NE(thirdCopy, liveId);
+	ASSERT_EQ(NSFNoteOpenByUNID(replica, &unid, 0, &note), NOERROR);
+	EXPECT_EQ(IdOf(note), thirdCopy);
+	NSFNoteClose(note);
+	EXPECT_EQ(TextOf(replica, thirdCopy, "Version"), "new");
+}
+
 TEST(PlatformNote, ChosenUnidRecipeGivesTheCopyAnOldUnid) {
 	TestDb db("chosen_unid.nsf");
 	NOTEID oldId = AddDocument(db, {{"Form", "entity"}, {"Version", "old"}});
