@@ -30,7 +30,6 @@ const char* RK_CONFIG_DB_RPCONF = "/rpx/rpconf.nsf";
 const char* STRING_SLASH = "/";
 
 unsigned int RkCommonUtil::RunConsoleCommandRemote(char* command) {
-    if (command == nullptr) return static_cast<unsigned int>(-1);
     char serverName[MAXUSERNAME + 1] = "";
     STATUS status = SECKFMGetUserName(serverName);
     if (status != NOERROR) return status;
@@ -117,7 +116,6 @@ int RkCommonUtil::RkSleep(unsigned int milliseconds) {
 }
 
 bool RkCommonUtil::isFileLocked(char* path) {
-    if (path == nullptr) return false;
     int fd = ::open(path, O_RDONLY);
     if (fd < 0) return false;
     struct flock probe {};
@@ -143,7 +141,6 @@ void ReportLoadFailure(const char* name) {
 }  // namespace
 
 int RPXLoadLibrary(const char* name, int /*flags*/, void** handle, void** entry) {
-    if (name == nullptr || handle == nullptr || entry == nullptr) return -1;
     void* library = nullptr;
     if (name[0] != '/') {
         char prefixed[1024];
@@ -177,7 +174,6 @@ RkDirectory::~RkDirectory() { Close(); }
 
 int RkDirectory::Open(const char* path) {
     Close();
-    if (path == nullptr) return -1;
     DIR* dir = opendir(path);
     if (dir == nullptr) return -1;
     m_dir = dir;
@@ -263,10 +259,8 @@ bool DataDirectoryPath(const char* separator, const char* name, char* path, WORD
 
 int RkCommonUtil::CheckTaskStatus(const char* taskName, int* running, int* stale, bool removeStale,
                                   char* dataDirectory) {
-    if (running == nullptr || stale == nullptr) return -1;
     *running = 0;
     *stale = 0;
-    if (taskName == nullptr) return -1;
     char base[kBaseFolderSize];
     TaskBaseFolder(dataDirectory, base);
     char folder[kLockPathSize];
@@ -313,7 +307,6 @@ int RkCommonUtil::RkGetDominoVer() {
 }
 
 int RkCommonUtil::GetNoteIniFileName(char* out) {
-    if (out == nullptr) return 0;
     out[0] = '\0';
     OSGetIniFileName(out);  // out holds MAXPATH bytes
     return 0;

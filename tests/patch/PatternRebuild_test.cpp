@@ -148,3 +148,13 @@ TEST_F(PatternRebuildTest, RecreatesFromTheTemplateWithTheFixedReplicaIdAndTheOl
     EXPECT_EQ(UpdateRpency(), NOERROR);
     EXPECT_FALSE(Logged(kOldFormatFound)) << "the rebuilt database is in the new layout";
 }
+
+TEST_F(PatternRebuildTest, OnlyTheExactInUseStatusIsWaitedFor) {
+    NSFDbClose(FreshDatabase(kPatternTemplate));
+    MakeOldPatternDbWithAdmin();
+    RestartWithServerSettings(R"({"clock": "virtual", "faults": [{"call": "NSFTakeDatabaseOffline",
+        "path": "rpx/rpency.nsf", "status": 21482}]})");
+    EXPECT_EQ(UpdateRpency(), 0x53EA);
+    EXPECT_FALSE(Logged("DB in use, waiting"));
+    EXPECT_TRUE(Logged("Failed to delete original RPX V3 rpency.nsf, Error: 53EA"));
+}
