@@ -42,6 +42,7 @@ unsigned int RkCommonUtil::RunConsoleCommandRemote(char* command) {
 namespace {
 
 constexpr WORD kCommandSize = 2048;
+const char kNotesIniName[] = "notes.ini";
 constexpr WORD kShortSize = 256;
 const unsigned int kProgramStartPauseMs = 1000;
 
@@ -55,7 +56,7 @@ void Translate(WORD mode, const char* text, char* out, WORD size) {
 
 unsigned int StartServerProgram(const char* command) {
     char lmbcsIniPath[MAXPATH] = "";
-    OSGetIniFileName(lmbcsIniPath);
+    RkCommonUtil::GetNoteIniFileName(lmbcsIniPath);
     char lmbcsDirectory[MAXPATH] = "";
     OSGetExecutableDirectory(lmbcsDirectory);
     char iniPath[kShortSize];
@@ -306,9 +307,13 @@ int RkCommonUtil::RkGetDominoVer() {
     return version >= kFirstDominoBuild && version < kPastDominoBuild ? 1 : 0;
 }
 
+// The toolkit declares no call that names the settings file; a Domino server on Linux keeps
+// notes.ini in its data directory, so the path is built from that.
 int RkCommonUtil::GetNoteIniFileName(char* out) {
-    out[0] = '\0';
-    OSGetIniFileName(out);  // out holds MAXPATH bytes
+    char directory[MAXPATH] = "";
+    OSGetDataDirectory(directory);
+    directory[MAXPATH - 1] = '\0';
+    rk_snprintf(out, MAXPATH, "%s/%s", directory, kNotesIniName);  // out holds MAXPATH bytes
     return 0;
 }
 

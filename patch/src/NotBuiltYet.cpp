@@ -1,6 +1,8 @@
 // Placeholders for the steps of the configuration migration, the expression fix-up and the
 // digital-asset removal that this build does not contain yet: each only reports that it is
 // unavailable and fails. Each goes when its step is built.
+#include "global.h"
+
 #include "ConfigMigration.h"
 #include "PatchRPX.h"
 

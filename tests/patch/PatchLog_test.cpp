@@ -5,6 +5,7 @@
 #include <regex>
 #include <string>
 
+#include "global.h"
 #include "osenv.h"
 
 #include "PatchRPX.h"

@@ -7,6 +7,7 @@
 
 #include "DatabaseMaintenance.h"
 #include "PatchRunTestSupport.h"
+#include "global.h"
 #include "acl.h"
 
 using namespace patch_test;

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "global.h"
 #include "acl.h"
 
 #include "PatchRPX.h"
