@@ -30,7 +30,6 @@ const char* RK_CONFIG_DB_RPCONF = "/rpx/rpconf.nsf";
 const char* STRING_SLASH = "/";
 
 unsigned int RkCommonUtil::RunConsoleCommandRemote(char* command) {
-    if (command == nullptr) return static_cast<unsigned int>(-1);
     char serverName[MAXUSERNAME + 1] = "";
     STATUS status = SECKFMGetUserName(serverName);
     if (status != NOERROR) return status;
@@ -43,6 +42,7 @@ unsigned int RkCommonUtil::RunConsoleCommandRemote(char* command) {
 namespace {
 
 constexpr WORD kCommandSize = 2048;
+const char kNotesIniName[] = "notes.ini";
 constexpr WORD kShortSize = 256;
 const unsigned int kProgramStartPauseMs = 1000;
 
@@ -56,7 +56,7 @@ void Translate(WORD mode, const char* text, char* out, WORD size) {
 
 unsigned int StartServerProgram(const char* command) {
     char lmbcsIniPath[MAXPATH] = "";
-    OSGetIniFileName(lmbcsIniPath);
+    RkCommonUtil::GetNoteIniFileName(lmbcsIniPath);
     char lmbcsDirectory[MAXPATH] = "";
     OSGetExecutableDirectory(lmbcsDirectory);
     char iniPath[kShortSize];
@@ -117,7 +117,6 @@ int RkCommonUtil::RkSleep(unsigned int milliseconds) {
 }
 
 bool RkCommonUtil::isFileLocked(char* path) {
-    if (path == nullptr) return false;
     int fd = ::open(path, O_RDONLY);
     if (fd < 0) return false;
     struct flock probe {};
@@ -143,7 +142,6 @@ void ReportLoadFailure(const char* name) {
 }  // namespace
 
 int RPXLoadLibrary(const char* name, int /*flags*/, void** handle, void** entry) {
-    if (name == nullptr || handle == nullptr || entry == nullptr) return -1;
     void* library = nullptr;
     if (name[0] != '/') {
         char prefixed[1024];
@@ -177,7 +175,6 @@ RkDirectory::~RkDirectory() { Close(); }
 
 int RkDirectory::Open(const char* path) {
     Close();
-    if (path == nullptr) return -1;
     DIR* dir = opendir(path);
     if (dir == nullptr) return -1;
     m_dir = dir;
@@ -263,10 +260,8 @@ bool DataDirectoryPath(const char* separator, const char* name, char* path, WORD
 
 int RkCommonUtil::CheckTaskStatus(const char* taskName, int* running, int* stale, bool removeStale,
                                   char* dataDirectory) {
-    if (running == nullptr || stale == nullptr) return -1;
     *running = 0;
     *stale = 0;
-    if (taskName == nullptr) return -1;
     char base[kBaseFolderSize];
     TaskBaseFolder(dataDirectory, base);
     char folder[kLockPathSize];
@@ -312,10 +307,13 @@ int RkCommonUtil::RkGetDominoVer() {
     return version >= kFirstDominoBuild && version < kPastDominoBuild ? 1 : 0;
 }
 
+// The toolkit declares no call that names the settings file; a Domino server on Linux keeps
+// notes.ini in its data directory, so the path is built from that.
 int RkCommonUtil::GetNoteIniFileName(char* out) {
-    if (out == nullptr) return 0;
-    out[0] = '\0';
-    OSGetIniFileName(out);  // out holds MAXPATH bytes
+    char directory[MAXPATH] = "";
+    OSGetDataDirectory(directory);
+    directory[MAXPATH - 1] = '\0';
+    rk_snprintf(out, MAXPATH, "%s/%s", directory, kNotesIniName);  // out holds MAXPATH bytes
     return 0;
 }
 

@@ -250,7 +250,7 @@ std::string RkRPXFileOpUtil::getFileName(const char* path) {
 std::string RkRPXFileOpUtil::getDirName(const char* path) {
     if (isEmptyPath(path)) return std::string();
     size_t separator = lastSeparator(path);
-    // "/x" gives "" rather than "/": intended, createDir relies on it.
+    // "/x" gives "" rather than "/": createDir relies on it to stop at the root.
     if (separator == std::string::npos || separator == 0) return std::string();
     return std::string(path, separator + 1);
 }
@@ -416,7 +416,7 @@ int RkRPXFileOpUtil::xcopy(const char* source, const char* destination, bool ove
 }
 
 // A directory source leaves its folder and files behind (the removal meets ENOTEMPTY, which
-// counts as success), unlike xmove: intended.
+// counts as success), unlike xmove; callers that must empty the source use xmove.
 int RkRPXFileOpUtil::move(const char* source, const char* destination, bool overwrite,
                           Callback callback, CallbackEntry* record) {
     int status = copy(source, destination, overwrite, callback, record);

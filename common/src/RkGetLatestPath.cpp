@@ -1,12 +1,12 @@
 // RkGetLatestPath: the newest version folder of one of the product's components, below the install
 // folder that notes.ini names. Reads notes.ini through the platform, so it lives apart from the
 // platform-free folder functions.
-#include "RkVersionPath.h"
-
+#include "global.h"
 #include "osenv.h"
 #include "osmisc.h"
 
 #include "RkFormat.h"
+#include "RkVersionPath.h"
 
 const char lmbcVeltrixInstallPath[] = "VeltrixInstallPath";
 

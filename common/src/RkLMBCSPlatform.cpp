@@ -1,8 +1,9 @@
 // The LMBCS utilities that translate text through the platform (OSTranslate). Kept apart from
 // RkLMBCS.cpp so that programs without the platform library can use the pure ones.
-#include "RkLMBCS.h"
-
+#include "global.h"
 #include "osmisc.h"
+
+#include "RkLMBCS.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -6,7 +6,7 @@
 
 namespace {
 
-// The state block has always been requested at this size; never smaller than the state itself.
+// The size of the state block the lock asks for: 160 bytes, and never smaller than the state.
 constexpr size_t kStateBlockSize = std::max<size_t>(160, sizeof(my_rwlock_t));
 
 bool IsValid(const my_rwlock_t* lock) { return lock != nullptr && lock->valid == RK_RWLOCK_VALID_MARK; }
@@ -127,7 +127,8 @@ int my_rwlock_tryrdlock(my_rwlock_t* lock) {
     int error = pthread_mutex_lock(&lock->mutex);
     if (error != 0) return error;
     if (!ReaderMayEnter(lock)) return Fail(lock, RK_RWLOCK_EBUSY);
-    ++lock->refCount;  // readsSinceWrite is left as it is: intended
+    // readsSinceWrite stays: a try-read does not count towards the readers a waiting writer lets in.
+    ++lock->refCount;
     return pthread_mutex_unlock(&lock->mutex);
 }
 
@@ -136,7 +137,8 @@ int my_rwlock_trywrlock(my_rwlock_t* lock) {
     int error = pthread_mutex_lock(&lock->mutex);
     if (error != 0) return error;
     if (lock->refCount != 0) return Fail(lock, RK_RWLOCK_EBUSY);
-    lock->refCount = -1;  // readsSinceWrite is not reset here: intended
+    // readsSinceWrite is not reset: only a blocking write lock starts a new count of readers.
+    lock->refCount = -1;
     return pthread_mutex_unlock(&lock->mutex);
 }
 

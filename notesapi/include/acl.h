@@ -6,7 +6,9 @@
 #ifndef ACL_DEFS
 #define ACL_DEFS
 
-#include "global.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 
 /* ACL-wide flags (ACLGetFlags / ACLSetFlags). */
 #define ACL_UNIFORM_ACCESS 0x00000001

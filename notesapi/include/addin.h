@@ -5,7 +5,9 @@
 #ifndef ADDIN_DEFS
 #define ADDIN_DEFS
 
-#include "global.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 
 /* Longest console command, terminator included. */
 #define MAX_CONSOLE_CMD_LEN 256

@@ -4,7 +4,9 @@
 #ifndef BSAFE_ERR_DEFS
 #define BSAFE_ERR_DEFS
 
-#include "globerr.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 
 /* The user cancelled the password prompt. Often seen with STS_DISPLAYED
    set (0x9728); compare after ERR(). */

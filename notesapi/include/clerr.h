@@ -4,7 +4,9 @@
 #ifndef CLIENT_ERR_DEFS
 #define CLIENT_ERR_DEFS
 
-#include "globerr.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 
 #define ERR_SERVER_NOT_RESPONDING (PKG_CLIENT+7) /* server down or unreachable */
 

@@ -67,7 +67,7 @@ typedef unsigned short USHORT;
 typedef unsigned int   ULONG;
 typedef unsigned char  UCHAR;
 typedef unsigned int   UINT;
-typedef long           QWORD;          /* 8 bytes under LONGIS64BIT */
+typedef unsigned long  QWORD;          /* 8 bytes under LONGIS64BIT */
 
 #define BOOLBYTE BYTE
 #define UBYTE    BYTE
@@ -97,8 +97,9 @@ typedef DWORD        MEMHANDLE;
 #define NULLHANDLE 0
 
 /* A resource module (string tables for OSLoadString). */
+typedef HANDLE WHANDLE;
 #ifndef HMODULE
-#define HMODULE HANDLE
+#define HMODULE WHANDLE
 #endif
 
 typedef DWORD FONTID;
@@ -180,11 +181,6 @@ typedef struct {
 #endif
 #ifndef BITS_PER_BYTE
 #define BITS_PER_BYTE 8
-#endif
-
-/* Size of a path buffer, terminator included. */
-#ifndef MAXPATH
-#define MAXPATH 256
 #endif
 
 #ifdef __cplusplus

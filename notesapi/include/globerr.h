@@ -13,17 +13,21 @@
 
 #define NOERROR 0
 
-#define STS_DISPLAYED 0x8000
-#define STS_REMOTE    0x4000
+#define STS_DISPLAYED ((STATUS) 0x8000)
+#define STS_REMOTE    ((STATUS) 0x4000)
 #define ERR_MASK      0x3fff
 #define PKG_MASK      0x3f00
 #define ERRNUM_MASK   0x00ff
 
-#define ERR(error)    ((error) & ERR_MASK)
+#define ERR(error)    ((STATUS) ((error) & ERR_MASK))
 /* PKG() and ERRNUM() only split codes of the old 256-wide packages; the
    newer packages (PKG_NSF3, PKG_BSAFE, ...) start part-way into a range. */
-#define PKG(error)    ((error) & PKG_MASK)
-#define ERRNUM(error) ((error) & ERRNUM_MASK)
+#define PKG(error)    ((STATUS) ((error) & PKG_MASK))
+#define ERRNUM(error) ((STATUS) ((error) & ERRNUM_MASK))
+
+/* OSMemAlloc BlkType (osmem.h). 0 is private memory. */
+#define MEM_SHARE    0x8000
+#define MEM_GROWABLE 0x4000
 
 /* Package bases. */
 #define PKG_OS       0x0100

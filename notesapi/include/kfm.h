@@ -4,7 +4,9 @@
 #ifndef KFM_DEFS
 #define KFM_DEFS
 
-#include "global.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 #include "names.h"
 
 #ifdef __cplusplus

@@ -5,7 +5,9 @@
 #ifndef MISC_DEFS
 #define MISC_DEFS
 
-#include "global.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 
 /* Broken-down time. GM is the TIMEDATE the other fields describe. */
 typedef struct {

@@ -4,7 +4,9 @@
 #ifndef MISC_ERR_DEFS
 #define MISC_ERR_DEFS
 
-#include "globerr.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 
 /* "Entry not found in index": also what NSFNoteOpenByUNID returns for an
    unknown UNID. */

@@ -1,12 +1,16 @@
 /*
- * names.h - limits of user and server names.
+ * names.h - limits of names and paths. Stands alone, as in the toolkit.
  */
-#ifndef NAMES_DEFS
-#define NAMES_DEFS
+#ifndef NAME_DEFS
+#define NAME_DEFS
 
-#include "global.h"
+/* Size of a path buffer, terminator included. */
+#ifdef MAXPATH
+#undef MAXPATH
+#endif
+#define MAXPATH 256
 
 /* Buffer size for a user or server name, terminator included. */
 #define MAXUSERNAME 256
 
-#endif /* NAMES_DEFS */
+#endif /* NAME_DEFS */

@@ -6,7 +6,9 @@
 #ifndef NLS_DEFS
 #define NLS_DEFS
 
-#include "global.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 
 /* Result of the NLS_* calls. */
 typedef WORD NLS_STATUS;

@@ -4,7 +4,9 @@
 #ifndef NSF_ALL_DEFS
 #define NSF_ALL_DEFS
 
-#include "global.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 #include "nsfdata.h"
 #include "nsfdb.h"
 #include "nsfnote.h"

@@ -6,15 +6,17 @@
 #ifndef NSF_DATA_DEFS
 #define NSF_DATA_DEFS
 
-#include "global.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 #include "pool.h"
 
 /* Self-documenting names for handles. They are macros, not typedefs. */
-#define DBHANDLE              HANDLE
-#define NOTEHANDLE            HANDLE
+#define DBHANDLE              DHANDLE
+#define NOTEHANDLE            DHANDLE
 #define ITEMDEFTABLEHANDLE    HANDLE
 #define ITEMDEFTABLEEXTHANDLE HANDLE
-#define FORMULAHANDLE         HANDLE
+#define FORMULAHANDLE         DHANDLE
 typedef void far *HCOMPUTE;
 
 /* ---- Note identifiers ---------------------------------------------- */

@@ -6,7 +6,9 @@
 #ifndef NSF_DB_DEFS
 #define NSF_DB_DEFS
 
-#include "global.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 #include "nsfdata.h"
 
 /* Size of the database information buffer (NSFDbInfoGet/Set), including

@@ -5,7 +5,9 @@
 #ifndef NSF_ERR_DEFS
 #define NSF_ERR_DEFS
 
-#include "globerr.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 
 #define ERR_NOT_NSF          (PKG_NSF+1)   /* file is not a database */
 #define ERR_CONFLICT         (PKG_NSF+5)   /* note changed by someone else since it was read */

@@ -6,7 +6,9 @@
 #ifndef NSF_NOTE_DEFS
 #define NSF_NOTE_DEFS
 
-#include "global.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 #include "nsfdata.h"
 #include "pool.h"
 

@@ -5,7 +5,9 @@
 #ifndef NSF_SEARCH_DEFS
 #define NSF_SEARCH_DEFS
 
-#include "global.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 #include "nsfdata.h"
 
 /* NSFSearch flags (WORD). */

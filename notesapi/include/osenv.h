@@ -4,7 +4,9 @@
 #ifndef OS_ENV_DEFS
 #define OS_ENV_DEFS
 
-#include "global.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 
 /* Longest value, terminator included. */
 #define MAXENVVALUE 256

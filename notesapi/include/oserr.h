@@ -4,7 +4,9 @@
 #ifndef OS_ERR_DEFS
 #define OS_ERR_DEFS
 
-#include "globerr.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 
 #define ERR_UNKNOWN             (PKG_OS+1)   /* unknown OS error */
 #define ERR_PROTECTED           (PKG_OS+2)   /* file or disk is read-only */

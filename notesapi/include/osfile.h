@@ -4,7 +4,9 @@
 #ifndef OS_FILE_DEFS
 #define OS_FILE_DEFS
 
-#include "global.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 
 #ifdef __cplusplus
 extern "C" {
@@ -25,13 +27,6 @@ STATUS LNPUBLIC OSPathNetConstruct(const char far *PortName,
                                    char far *retPathName);
 STATUS LNPUBLIC OSPathNetParse(const char far *PathName, char far *retPortName,
                                char far *retServerName, char far *retFileName);
-
-/* Full path of the settings file (notes.ini), into a MAXPATH buffer;
-   returns its length. The vendor exports this call but documents it in no
-   header, so this prototype is our best reading of its public uses. Code
-   that must also build against a real toolkit should carry its own
-   identical prototype. */
-WORD LNPUBLIC OSGetIniFileName(char far *retPathName);
 
 #ifdef __cplusplus
 }

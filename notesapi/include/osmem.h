@@ -4,12 +4,10 @@
 #ifndef OS_MEM_DEFS
 #define OS_MEM_DEFS
 
-#include "global.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 #include "pool.h"
-
-/* OSMemAlloc BlkType. 0 is private memory. */
-#define MEM_SHARE    0x8000
-#define MEM_GROWABLE 0x4000
 
 #ifdef __cplusplus
 extern "C" {
@@ -33,10 +31,5 @@ BOOL LNPUBLIC OSUnlockObject(DHANDLE Handle);
 
 #define OSLock(type, handle) ((type far *) OSLockObject(handle))
 #define OSUnlock(handle)     OSUnlockObject(handle)
-
-/* Pointer to a block inside a pool, e.g. an item value from NSFItemInfo. */
-#define OSLockBlock(type, blockid) \
-	((type far *) (((char far *) OSLockObject((blockid).pool)) + (blockid).block))
-#define OSUnlockBlock(blockid) OSUnlockObject((blockid).pool)
 
 #endif /* OS_MEM_DEFS */

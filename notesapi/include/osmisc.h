@@ -5,7 +5,9 @@
 #ifndef OS_MISC_DEFS
 #define OS_MISC_DEFS
 
-#include "global.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 #include "nls.h"
 
 /* OSTranslate modes (WORD). On UNIX "native" is the platform character

@@ -4,7 +4,9 @@
 #ifndef OS_TIME_DEFS
 #define OS_TIME_DEFS
 
-#include "global.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 
 #ifdef __cplusplus
 extern "C" {

@@ -8,7 +8,9 @@
 #ifndef POOL_DEFS
 #define POOL_DEFS
 
-#include "global.h"
+#ifndef GLOBAL_DEFS
+#error "global.h must be included before this header"
+#endif
 
 typedef struct {
 	DHANDLE pool;   /* memory object holding the pool */
@@ -16,6 +18,12 @@ typedef struct {
 } BLOCKID;          /* 8 bytes on x86-64: 4 + 2 + 2 padding */
 
 #define NULLBLOCK ((BLOCK) 0)
-#define ISNULLBLOCKID(b) ((b).pool == NULLHANDLE)
+#define ISNULLBLOCKID(b) (((b).pool == NULLHANDLE) && ((b).block == NULLBLOCK))
+
+/* Pointer to a block inside a pool, e.g. an item value from NSFItemInfo
+   (OSLockObject and OSUnlockObject are in osmem.h). */
+#define OSLockBlock(type, blockid) \
+	((type far *) (((char far *) OSLockObject((blockid).pool)) + (blockid).block))
+#define OSUnlockBlock(blockid) OSUnlockObject((blockid).pool)
 
 #endif /* POOL_DEFS */

@@ -46,12 +46,12 @@ LogTimes CurrentLogTimes() {
     return times;
 }
 
-// False when the day's file name does not fit: a cut name would be some other file.
-bool BuildLogFilePath(const char* day, char* path, size_t size) {
+// The day's file name, cut to the size of path when the folder is long: the name is opened as
+// it is then, so a cut name is a file of its own rather than no log at all.
+void BuildLogFilePath(const char* day, char* path, size_t size) {
     char tempPath[kPathSize];
     GetRPXTempPath(tempPath, sizeof tempPath);
-    int needed = rk_snprintf(path, size, "%s%s%s_%s.dbg", tempPath, "/", kTaskName, day);
-    return needed >= 0 && static_cast<size_t>(needed) < size;
+    rk_snprintf(path, size, "%s%s%s_%s.dbg", tempPath, "/", kTaskName, day);
 }
 
 }  // namespace
@@ -72,7 +72,7 @@ void LogDebugMessage(int level, const char* format, ...) {
     if (!IsEnabledDebugLog()) return;
     LogTimes times = CurrentLogTimes();
     char filePath[kPathSize];
-    if (!BuildLogFilePath(times.day, filePath, sizeof filePath)) return;
+    BuildLogFilePath(times.day, filePath, sizeof filePath);
     // Every level is written; the level only shows in the line.
     FILE* file = fopen(filePath, "a+");
     if (file == nullptr) return;  // e.g. no rpxtemp folder: it is never created here

@@ -77,16 +77,17 @@ bool GetDriverFolders(DriverFolders& folders) {
     return true;
 }
 
-// A plain file name: not empty, not "." or "..", no "/" or "\".
-bool IsBareFileName(const std::string& name) {
-    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
-           name.find('\\') == std::string::npos;
+// A name that would lead out of the product folder: "..", or one holding "/" or "\". An empty
+// name is no such name: its paths end in the folders themselves and the walk's steps fail on it.
+bool LeavesProductFolder(const std::string& name) {
+    return name == ".." || name.find('/') != std::string::npos || name.find('\\') != std::string::npos;
 }
 
-// Builds the three texts of name. False, after a debug line, for a name that is not a bare file
-// name or does not fit its buffers; the entry is then skipped.
+// Builds the three texts of name. False, after a debug line, for a name that leaves the product
+// folder or does not fit its buffers; the entry is then skipped, so that no copy can write outside
+// the product folder and no cut path names another file.
 bool BuildItemPaths(const DriverFolders& folders, const std::string& name, ItemPaths& paths) {
-    if (!IsBareFileName(name)) {
+    if (LeavesProductFolder(name)) {
         LogDebugMessage(1, "Skip the database entry, it is not a plain file name. (%s)", name.c_str());
         return false;
     }
@@ -125,7 +126,8 @@ void ReleaseAcl(DHANDLE* acl) {
 }
 
 // Every replaced database receives the pattern database's ACL, not its own former one (do not
-// read the item's own). On failure *acl stays as it was.
+// read the item's own). When the database cannot be opened, *acl stays as it was; a failed read
+// leaves what the platform gives back (no ACL), not the one read before.
 void ReadPatternAcl(DHANDLE* acl) {
     LogDebugMessage(1, "Enter nsfStr switch.");
     DBHANDLE db = NULLHANDLE;
@@ -134,11 +136,8 @@ void ReadPatternAcl(DHANDLE* acl) {
         LogDebugMessage(1, "Read ACL error. (%s):(%x)", kPatternDatabase, static_cast<unsigned>(status));
         return;
     }
-    DHANDLE fresh = NULLHANDLE;
-    if (NSFDbReadACL(db, &fresh) == NOERROR) {
-        ReleaseAcl(acl);
-        *acl = fresh;
-    }
+    ReleaseAcl(acl);
+    NSFDbReadACL(db, acl);
     NSFDbClose(db);
 }
 
@@ -185,13 +184,13 @@ void BringOnline(const ItemPaths& paths) {
     LogDebugMessage(1, "Bring database online. (%s):(%x)", paths.target, static_cast<unsigned>(status));
 }
 
-// "load convert rpx/<name up to its first .ntf>.nsf * rpx/<name>" into command. False when it
-// would not fit.
-bool BuildConvertCommand(const char* templateName, char* command, size_t size) {
+// "load convert rpx/<name up to its first .ntf>.nsf * rpx/<name>" into command (size bytes). Item
+// names fit a Notes path, so the command always fits its 1024 bytes.
+void BuildConvertCommand(const char* templateName, char* command, size_t size) {
     const char* suffix = strstr(templateName, kTemplateSuffix);
     size_t stemLength = suffix != nullptr ? static_cast<size_t>(suffix - templateName) : strlen(templateName);
     std::string databaseName = std::string(templateName, stemLength) + kDatabaseSuffix;
-    return FormatFits(command, size, "load convert rpx/%s * rpx/%s", databaseName.c_str(), templateName);
+    rk_snprintf(command, size, "load convert rpx/%s * rpx/%s", databaseName.c_str(), templateName);
 }
 
 // Stamps the template and has the server's convert task apply it to its database. The driver
@@ -200,7 +199,7 @@ void ConvertTemplate(const ItemPaths& paths, const char* templateName) {
     LogDebugMessage(1, "Enter ntfStr switch.");
     StampHelpNotes(paths.notesPath);
     char command[kCommandSize];
-    if (!BuildConvertCommand(templateName, command, sizeof command)) return;
+    BuildConvertCommand(templateName, command, sizeof command);
     RkCommonUtil::RunConsoleCommandRemote(command);
     LogDebugMessage(1, "Run command %s", command);
     RkCommonUtil::RkSleep(kConvertSettleMs);

@@ -63,10 +63,10 @@ TEST(SettingsRun, WithoutDatabasesOnlyTheSettingsAndBuildsAreReported) {
     EXPECT_EQ(HelpBuildNumber(server.Dump("rpx/rpmsg.nsf")), "5.6.1.3001");
 }
 
-TEST(SettingsRun, ListItemsKeepBlanksAndEmptyFirstItemsButNoEmptyLastItemAndPathsAreRefused) {
+TEST(SettingsRun, ListItemsKeepBlanksButNoEmptyLastItemAndPathsOutOfTheFolderAreRefused) {
     const std::string blankName = " PredefinedDLPPolicy.dat";
     Json scenario =
-        BaseScenario(PatchIniShipping(",PredefinedDLPPolicy.dat," + blankName + ",../rpmsg.nsf,PredefinedDLPPolicy.dat.nsf,"));
+        BaseScenario(PatchIniShipping("PredefinedDLPPolicy.dat," + blankName + ",../rpmsg.nsf,PredefinedDLPPolicy.dat.nsf,"));
     scenario["data"]["rpx/PredefinedDLPPolicy.dat"] = "revision 7\n";
     scenario["install"][std::string(kPatchFolder) + "/PredefinedDLPPolicy.dat"] = "revision 8\n";
     scenario["install"][std::string(kPatchFolder) + "/" + blankName] = "with a blank\n";
@@ -82,13 +82,12 @@ TEST(SettingsRun, ListItemsKeepBlanksAndEmptyFirstItemsButNoEmptyLastItemAndPath
                server.DataPath("rpx/" + name).string() + ")";
     };
     auto messages = server.DebugMessages();
-    EXPECT_EQ(Slice(messages, "Skip the database entry, it is not a plain file name. ()", copied("PredefinedDLPPolicy.dat.nsf")),
-              (std::vector<std::string>{"Skip the database entry, it is not a plain file name. ()",
-                                        "Enter dlpStr switch.", copied("PredefinedDLPPolicy.dat"),
+    EXPECT_EQ(Slice(messages, "Enter dlpStr switch.", copied("PredefinedDLPPolicy.dat.nsf")),
+              (std::vector<std::string>{"Enter dlpStr switch.", copied("PredefinedDLPPolicy.dat"),
                                         "Enter dlpStr switch.", copied(blankName),
                                         "Skip the database entry, it is not a plain file name. (../rpmsg.nsf)",
                                         "Enter dlpStr switch.", copied("PredefinedDLPPolicy.dat.nsf")}));
-    EXPECT_EQ(CountOf(messages, "Skip the database entry, it is not a plain file name. ()"), 1u) << "no empty last item";
+    EXPECT_EQ(CountOf(messages, "Enter dlpStr switch."), 3u) << "no empty last item";
     EXPECT_EQ(IndexOf(messages, "Enter nsfStr switch."), messages.size()) << "the DLP name wins over .nsf";
     EXPECT_EQ(ReadWholeFile(server.DataPath("rpx/PredefinedDLPPolicy.dat")), "revision 8\n");
     EXPECT_EQ(ReadWholeFile(server.DataPath("rpx/" + blankName)), "with a blank\n");
@@ -96,6 +95,27 @@ TEST(SettingsRun, ListItemsKeepBlanksAndEmptyFirstItemsButNoEmptyLastItemAndPath
     // The walk ended normally: the run goes on to stamping and the restart.
     EXPECT_EQ(server.ConsoleCommands(), std::vector<std::string>{"tell rpxreal restart"});
     EXPECT_EQ(HelpBuildNumber(server.Dump("rpx/rpmsg.nsf")), "5.6.1.3100");
+}
+
+// An empty item is walked like any name: its paths end in the product folder itself, so taking
+// it offline is tried on that folder (and whatever follows fails on it), never skipped.
+TEST(SettingsRun, EmptyItemsAreWalkedNotSkipped) {
+    E2eServer server;
+    ASSERT_TRUE(server.Create(BaseScenario(PatchIniShipping(",,"))));
+    EXPECT_EQ(server.Run().exitCode, 0);
+
+    auto messages = server.DebugMessages();
+    EXPECT_EQ(CountOf(messages, "Skip the database entry, it is not a plain file name. ()"), 0u);
+    EXPECT_EQ(CountOf(messages, "Database does not exist, do not bring it offline. (" +
+                                    server.DataPath("rpx/").string() + ")"),
+              0u)
+        << "the folder exists";
+    const std::string target = server.DataPath("rpx/").string();
+    size_t attempts = CountOf(messages, "Bring database offline successfully. (" + target + ")");
+    for (const std::string& message : messages) {
+        if (message.rfind("Bring database offline. (" + target + "):(", 0) == 0) ++attempts;
+    }
+    EXPECT_GE(attempts, 1u) << "the first empty item is taken offline";
 }
 
 TEST(SettingsRun, DebugLogIsWrittenOnlyWhenTheSwitchIsOne) {

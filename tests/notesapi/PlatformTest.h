@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "global.h"
+#include "names.h"
 #include "nsfdata.h"
 #include "nsfdb.h"
 #include "nsfnote.h"

@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "PlatformTest.h"
+#include "emu/notesemu.h"
 #include "kfm.h"
 #include "names.h"
 #include "osenv.h"

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "DatabaseMaintenance.h"
+#include "global.h"
 #include "osmisc.h"
 #include "PatchTestServer.h"
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "DatabaseMaintenance.h"
+#include "global.h"
 #include "osmisc.h"
 #include "PatchRunTestSupport.h"
 

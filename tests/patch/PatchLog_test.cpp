@@ -5,6 +5,7 @@
 #include <regex>
 #include <string>
 
+#include "global.h"
 #include "osenv.h"
 
 #include "PatchRPX.h"
@@ -64,4 +65,24 @@ TEST_F(PatchLogTest, TempPathStaysWithinTheBuffer) {
     GetRPXTempPath(small, -5);
     GetRPXTempPath(nullptr, 10);
     EXPECT_EQ(small[0], '#');
+}
+
+TEST_F(PatchLogTest, AFileNameLongerThanItsRoomIsCutAndStillWritten) {
+    // rpxtemp of this data directory takes 240 bytes: "/updrpx_" and the day no longer fit whole
+    std::string data = ServerFolder() + "/";
+    data += std::string(240 - data.size() - std::string("/rpxtemp").size(), 'd');
+    Shell("mkdir -p '" + data + "/rpxtemp'");
+    RestartWithSetting("Directory", data);
+    LogDebugMessage(1, "into a cut name");
+
+    std::string cut = (data + "/rpxtemp/updrpx_" + std::string(8, '?')).substr(0, 255);
+    std::string command = "cat " + cut + " 2>/dev/null";
+    std::string text;
+    if (FILE* pipe = popen(command.c_str(), "r")) {
+        char piece[256];
+        while (size_t n = fread(piece, 1, sizeof piece, pipe)) text.append(piece, n);
+        pclose(pipe);
+    }
+    EXPECT_NE(text.find("]:into a cut name\n"), std::string::npos) << cut;
+    Shell("rm -rf '" + data + "'");
 }

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -46,6 +47,31 @@ inline void RestartWithoutSetting(const std::string& name) {
     ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
 }
 
+// Restarts the platform from a copy of notes.ini with the named setting changed.
+inline void RestartWithSetting(const std::string& name, const std::string& value) {
+    std::ifstream in(IniPath());
+    std::string line, kept;
+    while (std::getline(in, line)) {
+        if (line.compare(0, name.size() + 1, name + "=") != 0) kept += line + "\n";
+    }
+    std::string altered = ServerFolder() + "/notes-altered.ini";
+    WriteFile(altered, kept + name + "=" + value + "\n");
+    NotesTerm();
+    std::string arg = "=" + altered;
+    char* argv[] = {const_cast<char*>("patch_tests"), &arg[0], nullptr};
+    ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
+}
+
+inline std::string ServerSettingsPath() { return ServerFolder() + "/server.json"; }
+
+// Restarts the platform with this server.json (faults, busy databases, clock); PatchRunTest
+// removes it again.
+inline void RestartWithServerSettings(const std::string& json) {
+    WriteFile(ServerSettingsPath(), json);
+    NotesTerm();
+    ASSERT_EQ(InitPlatform(), NOERROR);
+}
+
 // Everything the patch debug log holds (all updrpx_*.dbg files: a run may cross midnight).
 inline std::string DebugLogText() {
     std::string command = "cat '" + TempFolder() + "'/updrpx_*.dbg 2>/dev/null";
@@ -82,7 +108,10 @@ protected:
         ResetInstallFolder();
         ClearDebugLog();
     }
-    void TearDown() override { ResetInstallFolder(); }
+    void TearDown() override {
+        ResetInstallFolder();
+        std::remove(ServerSettingsPath().c_str());
+    }
 
     static void ResetInstallFolder() { Shell("rm -rf '" + InstallFolder() + "' && mkdir '" + InstallFolder() + "'"); }
     static void ClearDebugLog() { Shell("rm -f '" + TempFolder() + "'/updrpx_*.dbg"); }

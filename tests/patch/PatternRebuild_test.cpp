@@ -7,6 +7,7 @@
 
 #include "DatabaseMaintenance.h"
 #include "PatchRunTestSupport.h"
+#include "global.h"
 #include "acl.h"
 
 using namespace patch_test;
@@ -147,4 +148,14 @@ TEST_F(PatternRebuildTest, RecreatesFromTheTemplateWithTheFixedReplicaIdAndTheOl
     ClearDebugLog();
     EXPECT_EQ(UpdateRpency(), NOERROR);
     EXPECT_FALSE(Logged(kOldFormatFound)) << "the rebuilt database is in the new layout";
+}
+
+TEST_F(PatternRebuildTest, OnlyTheExactInUseStatusIsWaitedFor) {
+    NSFDbClose(FreshDatabase(kPatternTemplate));
+    MakeOldPatternDbWithAdmin();
+    RestartWithServerSettings(R"({"clock": "virtual", "faults": [{"call": "NSFTakeDatabaseOffline",
+        "path": "rpx/rpency.nsf", "status": 21482}]})");
+    EXPECT_EQ(UpdateRpency(), 0x53EA);
+    EXPECT_FALSE(Logged("DB in use, waiting"));
+    EXPECT_TRUE(Logged("Failed to delete original RPX V3 rpency.nsf, Error: 53EA"));
 }

@@ -2,6 +2,7 @@
 // the install folder named by VeltrixInstallPath.
 #include <string>
 
+#include "global.h"
 #include "osenv.h"
 
 #include "PatchRunTestSupport.h"

@@ -6,6 +6,7 @@
 
 #include "PatchTestServer.h"
 #include "RkLMBCS.h"
+#include "global.h"
 #include "osmisc.h"
 
 namespace patch_test {

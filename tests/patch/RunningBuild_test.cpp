@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "global.h"
 #include "nsfdb.h"
 #include "nsfnote.h"
 

@@ -6,6 +6,7 @@
 
 #include "DatabaseMaintenance.h"
 #include "PatchRunTestSupport.h"
+#include "global.h"
 #include "osenv.h"
 #include "osmisc.h"
 #include "osmem.h"

@@ -10,6 +10,8 @@
 #include "NotesSession.h"
 #include "Values.h"
 
+#include "global.h"
+#include "names.h"
 #include "acl.h"
 #include "emu/notesemu.h"
 #include "nsfdb.h"

@@ -10,6 +10,7 @@
 
 #pragma GCC visibility push(default)
 #include "global.h"
+#include "names.h"
 #include "globerr.h"
 #include "oserr.h"
 #include "nsferr.h"

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "Emu.h"
+#include "emu/notesemu.h"
 #include "Server.h"
 
 namespace emu {

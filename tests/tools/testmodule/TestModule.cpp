@@ -6,6 +6,7 @@
 // host finds no MainEntryPoint.
 #include <cstddef>
 
+#include "global.h"
 #include "addin.h"
 #include "global.h"
 #include "kfm.h"

@@ -61,6 +61,11 @@
 extern "C" {
 #endif
 
+/* Full path of the settings file (notes.ini), into a MAXPATH buffer; returns its length. The
+ * platform's library exports such a call but its toolkit headers declare none, so it is declared
+ * here and the product does not use it. */
+WORD LNPUBLIC OSGetIniFileName(char far *retPathName);
+
 /* Sets the build version that NSFDbGetBuildVersion reports for this database. */
 STATUS LNPUBLIC EmuDbSetBuildVersion(DBHANDLE hDB, WORD version);
 
