@@ -72,11 +72,18 @@ STATUS LNPUBLIC EmuDbSetNextNoteID(DBHANDLE hDB, NOTEID nextNoteID);
  * clear, as the platform does for incremental searches. Process-wide; default FALSE. */
 void LNPUBLIC EmuSearchReportNonMatches(BOOL report);
 
+/* Checks the text of a server object (the content of server.json) as initialisation reads it:
+ * NOERROR, or ERR_IOERROR with the first problem in retError ("faults[0].call: ..."; the key
+ * path and what is allowed), cut to errorSize - 1 bytes. Needs no initialised platform. */
+STATUS LNPUBLIC EmuCheckServerSettings(const char far *jsonText, char far *retError, WORD errorSize);
+
 /* Number of database, note and memory handles currently open (for leak reports). */
 DWORD LNPUBLIC EmuOpenHandleCount(void);
 
 /* Calls report once per open handle with one line naming its kind and, for database and
- * note handles, the database's file path (item memory owned by notes is not listed). */
+ * note handles, the database's file path; a memory handle's line names its size and the call
+ * that allocated it: "memory handle 11 (110 bytes) from NSFFormulaCompile" (item memory owned
+ * by notes is not listed). */
 void LNPUBLIC EmuOpenHandleReport(void (LNCALLBACKPTR report)(const char far *line, void far *ctx),
                                   void far *ctx);
 
