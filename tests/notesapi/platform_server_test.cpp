@@ -253,6 +253,7 @@ TEST(PlatformOffline, MissingDatabaseIsNotFound) {
 	EXPECT_EQ(ERR(NSFBringDatabaseOnline("srv/never.nsf", 0)), ERR_NOEXIST);
 }
 
+// The toolkit documents no status for this; ERR_NOT_NSF is the one NSFDbOpen gives such a file.
 TEST(PlatformOffline, WhatIsNotADatabaseIsRefusedAndKept) {
 	std::string folder = DataFolderNow() + "/srv/folder.nsf";
 	std::string plain = DataFolderNow() + "/srv/plain.nsf";

@@ -192,6 +192,12 @@ TEST_F(RpxserverTest, InitRefusesBadScenariosAndLeavesNothingBehind) {
         EXPECT_TRUE(WorkEntries().empty()) << bad.scenario;
     }
 
+    // The help describes every key of the server object.
+    Result help = Rpxserver({"init", "--help"});
+    EXPECT_EQ(help.exitCode, 0);
+    for (const char* key : {"\"clock\"", "\"busy\"", "\"faults\"", "\"tasks\"", "\"tempFolder\""})
+        EXPECT_TRUE(Contains(help.out, key)) << key;
+
     fs::create_directory(Work() / "used");
     WriteFile(Work() / "used" / "keep.txt", "mine");
     Result init = Init("{}", "used");

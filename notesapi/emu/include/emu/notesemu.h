@@ -24,18 +24,29 @@
  *   further than the compiled formula's own lengths and, for a pointer into platform memory
  *   (OSLockObject, OSLockBlock), no further than that block; other bytes give
  *   ERR_INVALID_FORMULA.
+ * - OSLoadString looks the code up as given: a status with STS_DISPLAYED or STS_REMOTE set
+ *   has no text (length 0); the caller masks with ERR() first.
+ * - Texts crossing the API are LMBCS: notes.ini values (OSGetEnvironmentString), the data,
+ *   program and notes.ini folder names and the server's name come out as LMBCS, and paths and
+ *   values given in are taken as LMBCS. notes.ini itself is native text (UTF-8).
  * - Stale, zero and wrong-kind handles: ERR_OS_FREE_HANDLE, ERR_OS_NULL_HANDLE,
  *   ERR_OS_HANDLE_RANGE; OSLockObject gives NULL. OSMemFree of a locked object gives
  *   ERR_OS_STILL_LOCKED, of item memory owned by a note ERR_OS_HANDLE_RANGE.
  *
  * The stand-in server (the folder of the notes.ini given to NotesInitExtended):
+ * - notes.ini must be native text naming a data directory ("Directory"): an empty or UTF-16
+ *   file, or none given, makes initialisation fail with ERR_IOERROR and a message on standard
+ *   error naming the file; there is no default data directory. The data directory is fixed at
+ *   initialisation.
  * - <server>/server.json is read at initialisation (see notesapi/emu/README.md for its
- *   format); a malformed one makes initialisation fail with ERR_IOERROR and a message on
- *   standard error. Its counters, the offline state and the task state live in the process
+ *   format); a malformed one (an unknown key at any level, a call that is not a function of
+ *   the API, a bad value) makes initialisation fail with ERR_IOERROR and a message on
+ *   standard error naming the key path. Its counters, the offline state and the task state live in the process
  *   and start afresh at each initialisation.
  * - Injected faults: the first rule of "faults" that matches a call (API function name, and
  *   the database path and note UNID when the rule names them) makes it return its status.
- * - NSFTakeDatabaseOffline: ERR_NOEXIST for a missing database; ERR_DBINUSE after WaitTime
+ * - NSFTakeDatabaseOffline: ERR_NOEXIST for a missing database; ERR_NOT_NSF for a folder or
+ *   a file that is not a database (nothing is deleted); ERR_DBINUSE after WaitTime
  *   (real or virtual) while the database is busy per server.json, held by the running task
  *   rpxreal or open through any handle of this process. Offline again: NOERROR. While
  *   offline, NSFDbOpen gives ERR_NSFOPEN. NSFDbCreate / NSFDbCreateAndCopy at an offline
