@@ -3,9 +3,9 @@
 // matching, upper-casing, number conversion, bounded copies that never split a character,
 // UNID parsing and path tidying. None of them keeps state.
 //
-// The pure functions live in RkLMBCS.cpp. _toUpperStringLMBCS, lmbcs_itoa, lmbc_atoi and
-// lmbc_strtol call the platform's OSTranslate and live in RkLMBCSPlatform.cpp, so a program
-// that does not link the platform library can still use the rest.
+// The pure functions live in RkLMBCS.cpp. _toUpperStringLMBCS, lmbcs_itoa, lmbc_atoi,
+// lmbc_strtol, nls_strncpy and nls_strncat call the platform and live in RkLMBCSPlatform.cpp,
+// so a program that does not link the platform library can still use the rest.
 #ifndef RK_LMBCS_H
 #define RK_LMBCS_H
 
@@ -20,10 +20,6 @@ extern const int nLMBCSGroupSize[32];
 // Lead-byte flags of the double-byte groups 0x10, 0x11, 0x12 and 0x13 (one row each),
 // indexed by byte - 0x80.
 extern const int fLMBCSLeadbyte[4][128];
-
-// The double-byte group that nls_strncpy and nls_strncat assume for text whose double-byte
-// characters come without a group byte (Japanese).
-const unsigned char RK_LMBCS_DEFAULT_DBCS_GROUP = 0x10;
 
 // Result of nls_strncpy / nls_strncat for bad arguments: 0xFFFFABAD, NLS_BADPARM in its low
 // 16 bits.
@@ -73,19 +69,13 @@ bool lmbcsMatch(const char* text, const char* pattern);
 // Copies whole characters of in (up to inLength bytes or its zero, NLS_NULLTERM for just the
 // zero) into out while the copy stays within min(outSize - 1, maxLength) bytes; never splits
 // a character and zero-ends out. Returns 0, or RK_NLS_BADPARM for outSize 0 or a NULL
-// pointer. cls is the platform's opaque character-set handle: it is not looked at, double-byte
-// characters are taken to be of RK_LMBCS_DEFAULT_DBCS_GROUP.
+// pointer. Characters are those of the character set cls (OSGetLMBCSCLS for LMBCS), stepped
+// with the platform's NLS_goto_next.
 int nls_strncpy(char* out, unsigned short outSize, const char* in, unsigned short inLength,
                 unsigned short maxLength, NLS_PINFO cls);
 // nls_strncpy at the end of out with the room left; RK_NLS_BADPARM when out (outSize bytes)
 // has no room left or no zero.
 int nls_strncat(char* out, unsigned short outSize, const char* in, unsigned short inLength,
                 unsigned short maxLength, NLS_PINFO cls);
-// The same with the double-byte group named explicitly (0x11 to 0x13 for the other
-// double-byte groups; a group below 0x10 treats every byte of 0x80 and above as one byte).
-int nls_strncpy_group(char* out, unsigned short outSize, const char* in,
-                      unsigned short inLength, unsigned short maxLength, unsigned char group);
-int nls_strncat_group(char* out, unsigned short outSize, const char* in,
-                      unsigned short inLength, unsigned short maxLength, unsigned char group);
 
 #endif

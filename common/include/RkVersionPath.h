@@ -9,7 +9,8 @@
 void RkParseVersionStr(const char* path, int* major, int* minor, int* third, int* fourth);
 // 1 when the version of a is greater, -1 when smaller, 0 when equal.
 int RkVersionStrCmp(const char* a, const char* b);
-// The number of version folders in base/sub, or -1 for an empty or too long base.
+// The number of version folders in base/sub, or -1 for an empty base or one longer than 1020
+// bytes. The search pattern base/sub/V* is cut at 1023 bytes, so a long sub finds nothing.
 int GetPathCountN(const char* base, const char* sub);
 // Writes the full path of the newest version folder of base/sub into out (size bytes, always
 // zero-ended) and returns out; NULL when none has a non-zero major.

@@ -241,19 +241,16 @@ bool IsOwnLockFile(const char* path) {
     return own != nullptr && own[0] != '\0' && strcmp(path, own) == 0;
 }
 
-// The data directory, separator and name (LMBCS) into path (size bytes). False, with nothing
-// to open, when they do not fit: a cut path would name some other database.
-bool DataDirectoryPath(const char* separator, const char* name, char* path, WORD size) {
+// The data directory, separator and name (LMBCS) into path (size bytes), cut to whole
+// characters when they do not fit: the open then tells what the cut path names.
+void DataDirectoryPath(const char* separator, const char* name, char* path, WORD size) {
     char directory[MAXPATH] = "";
     OSGetDataDirectory(directory);
     directory[MAXPATH - 1] = '\0';
-    path[0] = '\0';
-    if (strlen(directory) + strlen(separator) + strlen(name) >= size) return false;
     NLS_PINFO characterSet = OSGetLMBCSCLS();
     nls_strncpy(path, size, directory, NLS_NULLTERM, size, characterSet);
     nls_strncat(path, size, separator, NLS_NULLTERM, size, characterSet);
     nls_strncat(path, size, name, NLS_NULLTERM, size, characterSet);
-    return true;
 }
 
 }  // namespace
@@ -288,18 +285,15 @@ int RkCommonUtil::CheckTaskStatus(const char* taskName, int* running, int* stale
 
 unsigned int RkCommonUtil::RkDbOpen(const char* name, unsigned int* handle) {
     char path[kDbPathSize];
-    if (name == nullptr || handle == nullptr || !DataDirectoryPath(STRING_SLASH, name, path, sizeof path)) {
-        return static_cast<unsigned int>(-1);
-    }
+    DataDirectoryPath(STRING_SLASH, name, path, sizeof path);
     return NSFDbOpen(path, handle);
 }
 
 int RkCommonUtil::RkGetDominoVer() {
     char path[MAXPATH];
     DBHANDLE db = NULLHANDLE;
-    if (!DataDirectoryPath("", RK_CONFIG_DB_RPCONF, path, sizeof path) || NSFDbOpen(path, &db) != NOERROR) {
-        return 2;
-    }
+    DataDirectoryPath("", RK_CONFIG_DB_RPCONF, path, sizeof path);
+    if (NSFDbOpen(path, &db) != NOERROR) return 2;
     WORD version = 0;
     STATUS status = NSFDbGetBuildVersion(db, &version);
     NSFDbClose(db);

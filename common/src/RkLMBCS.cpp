@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <unordered_set>
 
 static_assert(static_cast<unsigned int>(RK_NLS_BADPARM) == 0xFFFFABADu,
               "RK_NLS_BADPARM is NLS_BADPARM widened with its sign");
@@ -110,32 +111,50 @@ bool OnlyWildcardsLeft(const unsigned char* p) {
     return true;
 }
 
-bool MatchFrom(const unsigned char* t, const unsigned char* p) {
-    while (*p) {
-        if (*p == '*') {
-            while (*p == '*') ++p;  // a run of "*" is one "*"
-            if (!*p) return true;
-            for (;; t += MatchCharLength(t)) {
-                if (MatchFrom(t, p)) return true;
-                if (!*t) return false;
-            }
-        }
-        // A "?" still left when the text has ended matches nothing and succeeds: intended.
-        if (!*t) return OnlyWildcardsLeft(p);
-        if (*p == '?') {
-            ++t;
-            ++p;
-            continue;
-        }
-        if (!MatchOneCharacter(t, p)) return false;
-    }
-    return !*t;
-}
+// The wildcard match as a search over (text position, pattern position). A "*" tries every
+// later text position; positions after a "*" that already failed are remembered, so each pair
+// is tried at most once and the time stays polynomial in both lengths.
+class WildcardMatch {
+public:
+    WildcardMatch(const unsigned char* text, const unsigned char* pattern)
+        : text_(text), pattern_(pattern), patternSize_(std::strlen(reinterpret_cast<const char*>(pattern)) + 1) {}
 
-// Bytes of the character at in[0] for copying, never past the available bytes.
-size_t CopyCharLength(unsigned char b, size_t available, unsigned char group) {
-    return std::min<size_t>(static_cast<size_t>(LMBCSCharSizeBytes(b, group)), available);
-}
+    bool From(const unsigned char* t, const unsigned char* p) {
+        while (*p) {
+            if (*p == '*') {
+                while (*p == '*') ++p;  // a run of "*" is one "*"
+                if (!*p) return true;
+                return AnyPositionFrom(t, p);
+            }
+            // A "?" still left when the text has ended matches nothing and succeeds: intended.
+            if (!*t) return OnlyWildcardsLeft(p);
+            if (*p == '?') {
+                ++t;
+                ++p;
+                continue;
+            }
+            if (!MatchOneCharacter(t, p)) return false;
+        }
+        return !*t;
+    }
+
+private:
+    bool AnyPositionFrom(const unsigned char* t, const unsigned char* p) {
+        for (;; t += MatchCharLength(t)) {
+            size_t key = static_cast<size_t>(t - text_) * patternSize_ + static_cast<size_t>(p - pattern_);
+            if (failed_.count(key) == 0) {
+                if (From(t, p)) return true;
+                failed_.insert(key);
+            }
+            if (!*t) return false;
+        }
+    }
+
+    const unsigned char* text_;
+    const unsigned char* pattern_;
+    size_t patternSize_;
+    std::unordered_set<size_t> failed_;
+};
 
 bool IsUnidText(const char* text) {
     for (int i = 0; i < kUnidHexDigits; ++i)
@@ -209,46 +228,6 @@ void _toUpperString(const char* in, char* out) {
 
 bool lmbcsMatch(const char* text, const char* pattern) {
     if (text == nullptr || pattern == nullptr) return false;
-    return MatchFrom(Bytes(text), Bytes(pattern));
-}
-
-// Characters are stepped with LMBCSCharSizeBytes rather than the platform's NLS_goto_next so
-// that these copies stay pure: they work without the platform library.
-int nls_strncpy_group(char* out, unsigned short outSize, const char* in, unsigned short inLength,
-                      unsigned short maxLength, unsigned char group) {
-    if (out == nullptr || outSize == 0) return RK_NLS_BADPARM;
-    if (in == nullptr) {
-        out[0] = '\0';
-        return RK_NLS_BADPARM;
-    }
-    const size_t limit = std::min<size_t>(outSize - 1u, maxLength);
-    const size_t available = strnlen(in, inLength);  // NLS_NULLTERM: up to the zero
-    size_t copied = 0;
-    while (copied < available) {
-        size_t size = CopyCharLength(Bytes(in)[copied], available - copied, group);
-        if (copied + size > limit) break;
-        copied += size;
-    }
-    std::memmove(out, in, copied);
-    out[copied] = '\0';
-    return 0;
-}
-
-int nls_strncat_group(char* out, unsigned short outSize, const char* in, unsigned short inLength,
-                      unsigned short maxLength, unsigned char group) {
-    if (out == nullptr || in == nullptr) return RK_NLS_BADPARM;
-    size_t length = strnlen(out, outSize);
-    if (outSize <= length) return RK_NLS_BADPARM;
-    return nls_strncpy_group(out + length, static_cast<unsigned short>(outSize - length), in, inLength,
-                             maxLength, group);
-}
-
-int nls_strncpy(char* out, unsigned short outSize, const char* in, unsigned short inLength,
-                unsigned short maxLength, NLS_PINFO /*cls*/) {
-    return nls_strncpy_group(out, outSize, in, inLength, maxLength, RK_LMBCS_DEFAULT_DBCS_GROUP);
-}
-
-int nls_strncat(char* out, unsigned short outSize, const char* in, unsigned short inLength,
-                unsigned short maxLength, NLS_PINFO /*cls*/) {
-    return nls_strncat_group(out, outSize, in, inLength, maxLength, RK_LMBCS_DEFAULT_DBCS_GROUP);
+    WildcardMatch match(Bytes(text), Bytes(pattern));
+    return match.From(Bytes(text), Bytes(pattern));
 }

@@ -1,6 +1,8 @@
-// The LMBCS utilities that translate text through the platform (OSTranslate). Kept apart from
-// RkLMBCS.cpp so that programs without the platform library can use the pure ones.
+// The LMBCS utilities that call the platform: translation (OSTranslate) and the bounded copies,
+// which step characters with NLS_goto_next. Kept apart from RkLMBCS.cpp so that programs
+// without the platform library can use the pure ones.
 #include "global.h"
+#include "nls.h"
 #include "osmisc.h"
 
 #include "RkLMBCS.h"
@@ -25,7 +27,44 @@ void TranslateTerminated(WORD mode, const char* text, char* out, WORD outSize) {
     out[std::min<WORD>(written, static_cast<WORD>(outSize - 1))] = '\0';
 }
 
+// Bytes of whole characters of in (available bytes) that fit in limit bytes.
+size_t WholeCharactersWithin(const char* in, size_t available, size_t limit, NLS_PINFO cls) {
+    size_t copied = 0;
+    while (copied < available) {
+        BYTE* next = reinterpret_cast<BYTE*>(const_cast<char*>(in + copied));
+        WORD remaining = static_cast<WORD>(std::min<size_t>(available - copied, NLS_NULLTERM - 1));
+        WORD size = NLS_goto_next(&next, remaining, cls);
+        if (size == 0 || copied + size > limit) break;
+        copied += size;
+    }
+    return copied;
+}
+
 }  // namespace
+
+int nls_strncpy(char* out, unsigned short outSize, const char* in, unsigned short inLength,
+                unsigned short maxLength, NLS_PINFO cls) {
+    if (out == nullptr || outSize == 0) return RK_NLS_BADPARM;
+    if (in == nullptr) {
+        out[0] = '\0';
+        return RK_NLS_BADPARM;
+    }
+    const size_t limit = std::min<size_t>(outSize - 1u, maxLength);
+    const size_t available = strnlen(in, inLength);  // NLS_NULLTERM: up to the zero
+    size_t copied = WholeCharactersWithin(in, available, limit, cls);
+    std::memmove(out, in, copied);
+    out[copied] = '\0';
+    return 0;
+}
+
+int nls_strncat(char* out, unsigned short outSize, const char* in, unsigned short inLength,
+                unsigned short maxLength, NLS_PINFO cls) {
+    if (out == nullptr || in == nullptr) return RK_NLS_BADPARM;
+    size_t length = strnlen(out, outSize);
+    if (outSize <= length) return RK_NLS_BADPARM;
+    return nls_strncpy(out + length, static_cast<unsigned short>(outSize - length), in, inLength, maxLength,
+                       cls);
+}
 
 void _toUpperStringLMBCS(const char* in, char* out) {
     if (in == nullptr || out == nullptr) return;

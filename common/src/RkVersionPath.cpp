@@ -34,26 +34,27 @@ Version parseVersion(const char* path) {
     return version;
 }
 
-// Appends text when the whole still fits in capacity bytes with its zero.
-bool appendBounded(char* buffer, size_t capacity, const char* text) {
+// Appends as much of text as fits in capacity bytes with the zero; the rest is cut.
+void appendBounded(char* buffer, size_t capacity, const char* text) {
     size_t used = strlen(buffer);
-    size_t length = strlen(text);
-    if (used + length >= capacity) return false;
-    memcpy(buffer + used, text, length + 1);
-    return true;
+    if (used + 1 >= capacity) return;
+    size_t length = strnlen(text, capacity - 1 - used);
+    memcpy(buffer + used, text, length);
+    buffer[used + length] = '\0';
 }
 
-// base/sub/V* into pattern (kWorkBufferSize bytes). A pattern that would not fit is refused
-// rather than cut, since a cut pattern names some other folder.
+// base/sub/V* into pattern (kWorkBufferSize bytes). A pattern that would be longer is cut, and
+// the listing then finds whatever the cut pattern names (usually nothing).
 bool buildVersionPattern(const char* base, const char* sub, char* pattern) {
     size_t length = base != nullptr ? strlen(base) : 0;
     if (length == 0 || length > kMaxBaseLength) return false;
     memcpy(pattern, base, length + 1);
     bool endsInSeparator = base[length - 1] == '/' || base[length - 1] == '\\';
-    return (endsInSeparator || appendBounded(pattern, kWorkBufferSize, "/")) &&
-           appendBounded(pattern, kWorkBufferSize, sub != nullptr ? sub : "") &&
-           appendBounded(pattern, kWorkBufferSize, "/") &&
-           appendBounded(pattern, kWorkBufferSize, "V*");
+    if (!endsInSeparator) appendBounded(pattern, kWorkBufferSize, "/");
+    appendBounded(pattern, kWorkBufferSize, sub != nullptr ? sub : "");
+    appendBounded(pattern, kWorkBufferSize, "/");
+    appendBounded(pattern, kWorkBufferSize, "V*");
+    return true;
 }
 
 // Calls visit(path) for each folder the pattern lists, in listing order.

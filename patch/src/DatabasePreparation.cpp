@@ -65,7 +65,7 @@ bool SignDesign(DBHANDLE db, const char* name) {
 
 void LoadStatusText(STATUS status, char* text) {
     text[0] = '\0';
-    OSLoadString(NULLHANDLE, status, text, kStatusTextSize - 1);
+    OSLoadString(NULLHANDLE, ERR(status), text, kStatusTextSize - 1);
     text[kStatusTextSize - 1] = '\0';
 }
 

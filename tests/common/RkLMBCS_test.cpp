@@ -10,9 +10,6 @@
 
 namespace {
 
-// Three Shift-JIS double-byte characters, lead + trail, no group byte.
-const char kThreeDbcs[] = "\x82\xA0\x82\xA1\x82\xA2";
-
 // A heap copy of text with no spare byte, so the sanitizers catch any read past its zero.
 std::unique_ptr<char[]> Exact(const std::string& text) {
     std::unique_ptr<char[]> copy(new char[text.size() + 1]);
@@ -88,57 +85,6 @@ TEST(RkLMBCSTest, MatchComparesMultibyteCharactersWhole) {
     auto cut = Exact("\x10\x82");
     EXPECT_FALSE(lmbcsMatch(cut.get(), "\x10\x82\xA0"));
     EXPECT_TRUE(lmbcsMatch(cut.get(), "\x10\x82"));
-}
-
-TEST(RkLMBCSTest, CopyTakesWholeDoubleByteCharacters) {
-    char out[8];
-    std::memset(out, 'X', sizeof(out));
-    EXPECT_EQ(0, nls_strncpy(out, 4, kThreeDbcs, NLS_NULLTERM, 6, nullptr));
-    EXPECT_STREQ("\x82\xA0", out);
-    EXPECT_EQ('X', out[3]);
-
-    EXPECT_EQ(0, nls_strncpy(out, sizeof(out), kThreeDbcs, NLS_NULLTERM, 5, nullptr));
-    EXPECT_STREQ("\x82\xA0\x82\xA1", out);
-    EXPECT_EQ(0, nls_strncpy(out, 3, "A\x82\xA0", NLS_NULLTERM, 10, nullptr));
-    EXPECT_STREQ("A", out);
-    EXPECT_EQ(0, nls_strncpy(out, 3, "\x10\x82\xA0", NLS_NULLTERM, 10, nullptr));
-    EXPECT_STREQ("", out);
-    EXPECT_EQ(0, nls_strncpy(out, sizeof(out), "ABCD", 2, 10, nullptr));
-    EXPECT_STREQ("AB", out);
-    // A lead byte without its trail byte at the end of the input is still copied.
-    auto cut = Exact("AB\x82");
-    EXPECT_EQ(0, nls_strncpy(out, sizeof(out), cut.get(), NLS_NULLTERM, 10, nullptr));
-    EXPECT_STREQ("AB\x82", out);
-    // 0xA0 leads a character in group 0x11 only.
-    EXPECT_EQ(0, nls_strncpy_group(out, 2, "\xA0\xA1", NLS_NULLTERM, 10, 0x11));
-    EXPECT_STREQ("", out);
-    EXPECT_EQ(0, nls_strncpy_group(out, 2, "\xA0\xA1", NLS_NULLTERM, 10, 0x10));
-    EXPECT_STREQ("\xA0", out);
-}
-
-TEST(RkLMBCSTest, CopyAndAppendRejectBadArguments) {
-    char out[8] = "abc";
-    EXPECT_EQ(0xFFFFABADu, static_cast<unsigned int>(nls_strncpy(out, 0, "x", 1, 1, nullptr)));
-    EXPECT_STREQ("abc", out);
-    char other[4] = "xyz";
-    EXPECT_EQ(RK_NLS_BADPARM, nls_strncpy(other, sizeof(other), nullptr, 1, 1, nullptr));
-    EXPECT_STREQ("", other);
-
-    char full[3] = {'a', 'b', 'c'};  // no zero within outSize
-    EXPECT_EQ(RK_NLS_BADPARM, nls_strncat(full, sizeof(full), "x", NLS_NULLTERM, 5, nullptr));
-    EXPECT_EQ(RK_NLS_BADPARM, nls_strncat(out, 3, "x", NLS_NULLTERM, 5, nullptr));
-    EXPECT_EQ(RK_NLS_BADPARM, nls_strncat(out, 0, "x", NLS_NULLTERM, 5, nullptr));
-    EXPECT_EQ(0, nls_strncat(out, 4, "x", NLS_NULLTERM, 5, nullptr));
-    EXPECT_STREQ("abc", out);
-}
-
-TEST(RkLMBCSTest, AppendKeepsWholeCharactersWithinTheRoomLeft) {
-    char out[7] = "abc";
-    EXPECT_EQ(0, nls_strncat(out, sizeof(out), kThreeDbcs, NLS_NULLTERM, 10, nullptr));
-    EXPECT_STREQ("abc\x82\xA0", out);
-    char path[16] = "/data";
-    EXPECT_EQ(0, nls_strncat(path, sizeof(path), "/rpx/rpconf.nsf", NLS_NULLTERM, 4, nullptr));
-    EXPECT_STREQ("/data/rpx", path);
 }
 
 TEST(RkLMBCSTest, UnidTextRoundTrip) {

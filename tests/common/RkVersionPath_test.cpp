@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -129,7 +130,35 @@ TEST_F(VersionPathTest, NoVersionFolders) {
     EXPECT_EQ(GetPathCountN(nullptr, "program"), -1);
     EXPECT_EQ(GetLatestPathN(std::string(1021, 'a').c_str(), "p", out, sizeof(out)), nullptr);
     EXPECT_EQ(GetOldestPathN(std::string(1021, 'a').c_str(), "p", out, sizeof(out)), nullptr);
-    EXPECT_EQ(GetPathCountN(base.c_str(), std::string(1100, 's').c_str()), -1);
+}
+
+// The pattern base/sub/V* is cut at 1023 bytes; what the cut pattern names is then listed.
+TEST_F(VersionPathTest, LongPatternsAreCutNotRefused) {
+    // Real folders make a base of exactly `length` bytes.
+    auto deepBase = [&](size_t length) {
+        std::string path = base;
+        while (path.size() < length) path += "/" + std::string(std::min<size_t>(200, length - path.size() - 1), 'd');
+        fs::create_directories(path);
+        return path;
+    };
+    std::string base1020 = deepBase(1020);
+    ASSERT_EQ(base1020.size(), 1020u);
+    fs::create_directories(base1020 + "/program/V5.6.1.3001");
+    fs::create_directories(base1020 + "/pr/V9");
+    char out[64];
+    // "/pr" fills the pattern, so the folder pr is listed, not program.
+    EXPECT_EQ(GetPathCountN(base1020.c_str(), "program"), 1);
+    fs::remove_all(base1020 + "/pr");
+    strcpy(out, "untouched");
+    EXPECT_EQ(GetPathCountN(base1020.c_str(), "program"), 0);
+    EXPECT_EQ(GetLatestPathN(base1020.c_str(), "program", out, sizeof(out)), nullptr);
+    EXPECT_EQ(GetOldestPathN(base1020.c_str(), "program", out, sizeof(out)), out);
+    EXPECT_STREQ(out, "untouched");
+
+    // A long sub leaves no room for "/V*": the cut folder does not exist.
+    Folder("program/V5.6.1.3001");
+    EXPECT_EQ(GetPathCountN(base.c_str(), std::string(1100, 's').c_str()), 0);
+    EXPECT_EQ(GetLatestPathN(base.c_str(), std::string(1100, 's').c_str(), out, sizeof(out)), nullptr);
 }
 
 }  // namespace

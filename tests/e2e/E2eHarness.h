@@ -17,6 +17,7 @@
 #include <regex>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -181,7 +182,8 @@ inline std::vector<std::pair<std::string, std::string>> AclLevels(const Json& db
 // A stand-in server in its own temporary folder, removed with the object.
 class E2eServer {
 public:
-    E2eServer() = default;
+    // folderName: the server folder's name inside the temporary folder.
+    explicit E2eServer(std::string folderName = "server") : folderName_(std::move(folderName)) {}
     E2eServer(const E2eServer&) = delete;
     E2eServer& operator=(const E2eServer&) = delete;
     ~E2eServer() {
@@ -226,7 +228,7 @@ public:
                           root_);
     }
 
-    fs::path Dir() const { return root_ / "server"; }
+    fs::path Dir() const { return root_ / folderName_; }
     fs::path DataPath(const std::string& relative) const { return Dir() / "data" / relative; }
     fs::path InstallPath(const std::string& relative) const { return Dir() / "install" / relative; }
 
@@ -292,6 +294,7 @@ public:
     }
 
 private:
+    std::string folderName_;
     fs::path root_;
     CommandResult last_;
 };

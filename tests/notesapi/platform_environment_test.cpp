@@ -3,7 +3,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 
 #include "PlatformTest.h"
@@ -12,11 +14,15 @@
 #include "names.h"
 #include "osenv.h"
 #include "osfile.h"
+#include "osmisc.h"
 
 namespace platform_test {
 namespace {
 
 std::string gServer;
+
+// "Grüße 日本" in the native character set (UTF-8), as an editor writes it into notes.ini.
+const char kNativeGreeting[] = "Gr\xC3\xBC\xC3\x9F" "e \xE6\x97\xA5\xE6\x9C\xAC";
 
 class PlatformEnvironment : public ::testing::Environment {
 public:
@@ -30,7 +36,8 @@ public:
 		    << "Directory=" << gServer << "/data\n"
 		    << "ServerName=" << TestServerName() << "\n"
 		    << "MailServer=CN=Beta/O=Acme\n"
-		    << "RPX_ENABLE_RPENCY_LOG=1\n";
+		    << "RPX_ENABLE_RPENCY_LOG=1\n"
+		    << "Greeting=" << kNativeGreeting << "\n";
 		ini.close();
 		std::string arg = "=" + gServer + "/notes.ini";
 		char* argv[] = {const_cast<char*>("platform_tests"), &arg[0], nullptr};
@@ -169,6 +176,44 @@ TEST(PlatformSettings, DirectoriesAndServerNameComeFromNotesIni) {
 	char name[MAXUSERNAME + 1];
 	ASSERT_EQ(SECKFMGetUserName(name), NOERROR);
 	EXPECT_STREQ(name, TestServerName());
+}
+
+// The platform's texts are LMBCS: a notes.ini value written in the native character set comes
+// back as LMBCS, and OSTranslate gives the native text again.
+TEST(PlatformSettings, ValuesAreHandedOutAsLmbcs) {
+	char lmbcs[MAXENVVALUE];
+	WORD length = OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, kNativeGreeting, MAXWORD, lmbcs, sizeof lmbcs - 1);
+	lmbcs[length] = '\0';
+	ASSERT_NE(std::string(lmbcs), kNativeGreeting);
+
+	char value[MAXENVVALUE];
+	ASSERT_TRUE(OSGetEnvironmentString("Greeting", value, sizeof value - 1));
+	EXPECT_EQ(std::string(value), lmbcs);
+	char native[MAXENVVALUE];
+	length = OSTranslate(OS_TRANSLATE_LMBCS_TO_NATIVE, value, MAXWORD, native, sizeof native - 1);
+	native[length] = '\0';
+	EXPECT_STREQ(native, kNativeGreeting);
+
+	// A value set through the API is LMBCS too and reads back unchanged.
+	OSSetEnvironmentVariable("PlatformTestGreeting", lmbcs);
+	ASSERT_TRUE(OSGetEnvironmentString("PlatformTestGreeting", value, sizeof value - 1));
+	EXPECT_EQ(std::string(value), lmbcs);
+}
+
+// A path given to the platform is LMBCS: the file on disk has the native name.
+TEST(PlatformSettings, DatabasePathsAreTakenAsLmbcs) {
+	std::string native = std::string("tests/") + kNativeGreeting + ".nsf";
+	char lmbcs[MAXPATH];
+	WORD length = OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, native.c_str(), MAXWORD, lmbcs, sizeof lmbcs - 1);
+	lmbcs[length] = '\0';
+	std::remove((DataFolder() + "/" + native).c_str());
+	ASSERT_EQ(NSFDbCreate(lmbcs, DBCLASS_BY_EXTENSION, FALSE), NOERROR);
+	struct stat st;
+	EXPECT_EQ(::stat((DataFolder() + "/" + native).c_str(), &st), 0) << "no file " << native;
+	DBHANDLE db;
+	ASSERT_EQ(NSFDbOpen(lmbcs, &db), NOERROR);
+	NSFDbClose(db);
+	EXPECT_EQ(NSFDbDelete(lmbcs), NOERROR);
 }
 
 TEST(PlatformSettings, NotesProgramOverridesTheExecutableDirectory) {

@@ -188,5 +188,15 @@ TEST(PlatformText, StatusTextsExistForPlatformErrors) {
 	EXPECT_EQ(OSLoadString(NULLHANDLE, 0x3ABC, text, sizeof text - 1), 0);
 }
 
+// The caller masks a status with ERR() first: a code with flag bits set names no string.
+TEST(PlatformText, StatusWithFlagBitsHasNoText) {
+	char text[256] = "x";
+	EXPECT_EQ(OSLoadString(NULLHANDLE, STS_DISPLAYED | ERR_NOEXIST, text, sizeof text - 1), 0);
+	EXPECT_STREQ(text, "");
+	EXPECT_EQ(OSLoadString(NULLHANDLE, STS_REMOTE | ERR_NOEXIST, text, sizeof text - 1), 0);
+	EXPECT_GT(OSLoadString(NULLHANDLE, ERR(STS_REMOTE | ERR_NOEXIST), text, sizeof text - 1), 0);
+	EXPECT_STREQ(text, "File does not exist");
+}
+
 }  // namespace
 }  // namespace platform_test

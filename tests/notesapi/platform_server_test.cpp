@@ -253,6 +253,22 @@ TEST(PlatformOffline, MissingDatabaseIsNotFound) {
 	EXPECT_EQ(ERR(NSFBringDatabaseOnline("srv/never.nsf", 0)), ERR_NOEXIST);
 }
 
+// The toolkit documents no status for this; ERR_NOT_NSF is the one NSFDbOpen gives such a file.
+TEST(PlatformOffline, WhatIsNotADatabaseIsRefusedAndKept) {
+	std::string folder = DataFolderNow() + "/srv/folder.nsf";
+	std::string plain = DataFolderNow() + "/srv/plain.nsf";
+	::mkdir((DataFolderNow() + "/srv").c_str(), 0755);
+	::mkdir(folder.c_str(), 0755);
+	std::ofstream(plain) << "not a database";
+	EXPECT_EQ(ERR(NSFTakeDatabaseOffline("srv/folder.nsf", 0, 0)), ERR_NOT_NSF);
+	EXPECT_EQ(ERR(NSFTakeDatabaseOffline("srv/plain.nsf", 0, 0)), ERR_NOT_NSF);
+	EXPECT_EQ(ERR(NSFTakeDatabaseOffline("srv/plain.nsf", 0, OFFLINE_NODELETE)), ERR_NOT_NSF);
+	EXPECT_TRUE(FileExists(folder));
+	EXPECT_TRUE(FileExists(plain)) << "option 0 deleted a file that is not a database";
+	::unlink(plain.c_str());
+	::rmdir(folder.c_str());
+}
+
 TEST(PlatformOffline, DatabaseOpenThroughAHandleIsInUseUntilClosed) {
 	CreateDb("srv/held.nsf", "Held");
 	DBHANDLE db;
@@ -610,7 +626,76 @@ TEST(EmuServer, MalformedServerJsonStopsInitialisationWithAMessage) {
 		EXPECT_NE(s, NOERROR) << json;
 		EXPECT_NE(message.find("server.json"), std::string::npos) << json;
 	}
-	EXPECT_EQ(server.Restart(R"({"tempFolder": false, "clock": "real"})"), NOERROR) << "unknown keys are ignored";
+	EXPECT_EQ(server.Restart(R"({"tempFolder": false, "clock": "real"})"), NOERROR);
+}
+
+// A typo must not silently disable a fault or widen it to every call: the whole object is
+// checked, and the message names the key path and what is allowed.
+TEST(EmuServer, ServerSettingsAreCheckedWhollyWithTheKeyPath) {
+	struct Case {
+		const char* json;
+		const char* message;
+	};
+	const Case refused[] = {
+	    {R"({"clok": "virtual"})", "clok: unknown key (allowed: clock, busy, faults, tasks, tempFolder)"},
+	    {R"({"busy": {"rpx/a.nsf": 0}})", "busy[\"rpx/a.nsf\"]: a positive whole number or \"always\" expected"},
+	    {R"({"faults": [{"call": "NSFDbOpen", "status": 259, "paht": "rpx/a.nsf"}]})",
+	     "faults[0].paht: unknown key (allowed: call, status, path, unid, count)"},
+	    {R"({"faults": [{"call": "NSFDbOpen", "status": 259}, {"call": "NSFDbOpenX", "status": 259}]})",
+	     "faults[1].call: \"NSFDbOpenX\" is not a function of the platform API"},
+	    {R"({"faults": [{"call": "malloc", "status": 1}]})", "faults[0].call: \"malloc\" is not a function"},
+	    {R"({"faults": [{"call": "EmuConsoleCommand", "status": 1}]})", "faults[0].call:"},
+	    {R"({"tasks": {"rpxreal": {"runing": false}}})", "tasks.rpxreal.runing: unknown key (allowed: running, holds)"},
+	    {R"({"tempFolder": "no"})", "tempFolder: true or false expected"},
+	    {R"([1])", "the settings must be a JSON object"},
+	};
+	char problem[256];
+	for (const Case& c : refused) {
+		EXPECT_EQ(EmuCheckServerSettings(c.json, problem, sizeof problem), ERR_IOERROR) << c.json;
+		EXPECT_EQ(std::string(problem).find(c.message), 0u) << c.json << " gave " << problem;
+	}
+	EXPECT_EQ(EmuCheckServerSettings(R"({"clock": "virtual", "busy": {"rpx/a": "always"},
+	                                     "faults": [{"call": "NSFNoteOpen", "status": 1028, "count": 2}],
+	                                     "tasks": {"rpxreal": {"running": false, "holds": []}}})",
+	                                 problem, sizeof problem),
+	          NOERROR)
+	    << problem;
+	EXPECT_STREQ(problem, "");
+
+	// Initialisation refuses the same and says where.
+	OwnServer server("");
+	::testing::internal::CaptureStderr();
+	EXPECT_NE(server.Restart(R"({"faults": [{"call": "NSFDbOpenX", "status": 259}]})"), NOERROR);
+	std::string message = ::testing::internal::GetCapturedStderr();
+	EXPECT_NE(message.find("server.json: faults[0].call: \"NSFDbOpenX\""), std::string::npos) << message;
+}
+
+// notes.ini must name the data directory and be text in the native character set; the emulator
+// has no default data directory to fall back on.
+TEST(EmuServer, UnusableNotesIniStopsInitialisationWithAMessage) {
+	OwnServer server("");
+	std::string ini = server.folder() + "/notes.ini";
+	std::string good;
+	{
+		std::ifstream in(ini);
+		std::getline(in, good, '\0');
+	}
+	const std::string bad[] = {"", "[Notes]\nServerName=CN=Alpha/O=Acme\n", "[Notes]\nDirectory=\n",
+	                           std::string("\xFF\xFE[\0N\0o\0t\0e\0s\0]\0", 16),
+	                           std::string("[\0N\0o\0t\0e\0s\0]\0\n\0", 16)};
+	for (const std::string& content : bad) {
+		std::ofstream(ini, std::ios::binary | std::ios::trunc) << content;
+		::testing::internal::CaptureStderr();
+		STATUS s = server.Restart("");
+		std::string message = ::testing::internal::GetCapturedStderr();
+		EXPECT_NE(s, NOERROR) << ::testing::PrintToString(content);
+		EXPECT_NE(message.find(ini), std::string::npos) << message;
+	}
+	std::ofstream(ini, std::ios::binary | std::ios::trunc) << "\xEF\xBB\xBF" << good;
+	EXPECT_EQ(server.Restart(""), NOERROR) << "a UTF-8 byte order mark is skipped";
+	char dir[MAXPATH];
+	OSGetDataDirectory(dir);
+	EXPECT_EQ(std::string(dir), server.folder() + "/data");
 }
 
 TEST(EmuServer, ConsoleCommandsOfTheHostAreRecordedAndEchoed) {
@@ -640,14 +725,24 @@ TEST(EmuServer, OpenHandlesAreReportedOneLineEach) {
 	ASSERT_EQ(NSFDbOpen("rpx/open.nsf", &db), NOERROR);
 	DHANDLE mem;
 	ASSERT_EQ(OSMemAlloc(0, 16, &mem), NOERROR);
+	FORMULAHANDLE formula;
+	WORD length, errorCode, line, column, offset, errorLength;
+	char text[] = "SELECT @All";
+	ASSERT_EQ(NSFFormulaCompile(nullptr, 0, text, sizeof text - 1, &formula, &length, &errorCode, &line, &column,
+	                            &offset, &errorLength),
+	          NOERROR);
 	std::vector<std::string> lines;
 	EmuOpenHandleReport([](const char* line, void* ctx) { static_cast<std::vector<std::string>*>(ctx)->push_back(line); },
 	                    &lines);
 	ASSERT_EQ(lines.size(), EmuOpenHandleCount());
-	ASSERT_EQ(lines.size(), 2u);
+	ASSERT_EQ(lines.size(), 3u);
 	EXPECT_NE(lines[0].find("database"), std::string::npos);
 	EXPECT_NE(lines[0].find("rpx/open.nsf"), std::string::npos);
-	EXPECT_NE(lines[1].find("memory"), std::string::npos);
+	// Memory names the call that allocated it, so a leak can be told from a handle kept on purpose.
+	EXPECT_EQ(lines[1], "memory handle " + std::to_string(mem) + " (16 bytes) from OSMemAlloc");
+	EXPECT_EQ(lines[2].find("memory handle " + std::to_string(formula) + " ("), 0u) << lines[2];
+	EXPECT_NE(lines[2].find(") from NSFFormulaCompile"), std::string::npos) << lines[2];
+	OSMemFree(formula);
 	OSMemFree(mem);
 	NSFDbClose(db);
 }

@@ -173,6 +173,13 @@ TEST_F(RpxserverTest, InitRefusesBadScenariosAndLeavesNothingBehind) {
         {R"({"notesIni": {"A": "one\ntwo"}})", "line breaks"},
         {R"({"notesIni": {"Name": "a", "NAME": "b"}})", "already given"},
         {R"({"server": {"tempFolder": "no"}})", "true or false"},
+        // server.json is checked wholly, as a run reads it: a typo is named by its key path.
+        {R"({"server": {"clok": "virtual"}})", "server.clok: unknown key (allowed: clock, busy, faults, tasks"},
+        {R"({"server": {"busy": {"rpx/a.nsf": "often"}}})", "server.busy[\"rpx/a.nsf\"]: a positive"},
+        {R"({"server": {"faults": [{"call": "NSFDbOpen", "status": 259, "paht": "rpx/a.nsf"}]}})",
+         "server.faults[0].paht: unknown key"},
+        {R"({"server": {"faults": [{"call": "NSFDbOpenX", "status": 259}]}})",
+         "server.faults[0].call: \"NSFDbOpenX\" is not a function of the platform API"},
         // Fails only once files and databases before it exist.
         {R"({"data": {"ok.txt": "x", "ok.nsf": {}, "bad.nsf": {"notes": [{"class": "nonsense"}]}}})",
          "data[\"bad.nsf\"]: notes[0].class"},
@@ -184,6 +191,12 @@ TEST_F(RpxserverTest, InitRefusesBadScenariosAndLeavesNothingBehind) {
         EXPECT_TRUE(Contains(init.err, bad.message)) << bad.scenario << "\n" << init.err;
         EXPECT_TRUE(WorkEntries().empty()) << bad.scenario;
     }
+
+    // The help describes every key of the server object.
+    Result help = Rpxserver({"init", "--help"});
+    EXPECT_EQ(help.exitCode, 0);
+    for (const char* key : {"\"clock\"", "\"busy\"", "\"faults\"", "\"tasks\"", "\"tempFolder\""})
+        EXPECT_TRUE(Contains(help.out, key)) << key;
 
     fs::create_directory(Work() / "used");
     WriteFile(Work() / "used" / "keep.txt", "mine");
@@ -242,8 +255,34 @@ TEST_F(RpxserverTest, RunReportsHostFailuresWithTheirOwnExitStatus) {
     EXPECT_EQ(run.exitCode, 121) << run.err;
     EXPECT_FALSE(Contains(run.out, "Test module: started")) << "the task never ran";
 
+    WriteFile(server / "server.json", R"({"faults": [{"call": "NSFDbOpen", "status": 259, "paht": "rpx/a.nsf"}]})");
+    run = Rpxserver({"run", server.string(), "--module", TEST_MODULE_PATH});
+    EXPECT_EQ(run.exitCode, 121) << run.err;
+    EXPECT_TRUE(Contains(run.err, "server.json: faults[0].paht: unknown key")) << run.err;
+    fs::remove(server / "server.json");
+
     run = Rpxserver({"run", server.string(), "--module"});
     EXPECT_EQ(run.exitCode, 120);
+}
+
+// A notes.ini that names no data directory, or is empty or UTF-16 text, stops the host before
+// the task runs: no fall-back to the current folder.
+TEST_F(RpxserverTest, RunRefusesANotesIniWithoutADataDirectory) {
+    fs::path server = MakeServer(Json::parse("{}"));
+    std::string ini = (server / "notes.ini").string();
+    std::string good = ReadFile(ini);
+    const std::string bad[] = {"[Notes]\nServerName=CN=Alpha/O=Acme\nVeltrixInstallPath=/x\n", "",
+                               std::string("\xFF\xFE[\0N\0o\0t\0e\0s\0]\0\r\0\n\0", 20)};
+    for (const std::string& content : bad) {
+        WriteFile(ini, content);
+        Result run = Rpxserver({"run", server.string(), "--module", TEST_MODULE_PATH});
+        EXPECT_EQ(run.exitCode, 121) << run.err;
+        EXPECT_TRUE(Contains(run.err, ini)) << run.err;
+        EXPECT_FALSE(Contains(run.out, "Test module: started")) << "the task never ran";
+    }
+    WriteFile(ini, good);
+    Result run = Rpxserver({"run", server.string(), "--module", TEST_MODULE_PATH});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
 }
 
 TEST_F(RpxserverTest, ConsoleRunsOneCommandOnTheServer) {

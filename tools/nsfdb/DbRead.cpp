@@ -119,7 +119,7 @@ void ReadNotes(DBHANDLE db, DatabaseData& data) {
 DatabaseData ReadDatabase(const std::string& path) {
     if (path.size() >= MAXPATH) throw ToolError(path + ": the path is longer than the platform accepts");
     DbHandle db;
-    Check(NSFDbOpen(path.c_str(), db.out()), path + ": cannot open the database");
+    Check(NSFDbOpen(PlatformPath(path).c_str(), db.out()), path + ": cannot open the database");
     DatabaseData data;
     try {
         ReadInfo(db.get(), data);

@@ -124,7 +124,7 @@ void WriteNote(DBHANDLE db, const NoteData& data, const std::string& place) {
 
 void WriteContent(const std::string& path, const DatabaseData& data, const std::string& source) {
     DbHandle db;
-    Check(NSFDbOpen(path.c_str(), db.out()), "cannot open the new database");
+    Check(NSFDbOpen(PlatformPath(path).c_str(), db.out()), "cannot open the new database");
     WriteInfo(db.get(), data, source);
     WriteReplicaInfo(db.get(), data);
     WriteAcl(db.get(), data, source);
@@ -148,7 +148,8 @@ void Publish(const std::string& temporary, const std::string& path) {
 }
 
 void Discard(const std::string& temporary) {
-    if (NSFDbDelete(temporary.c_str()) != NOERROR) ::unlink(temporary.c_str());
+    std::string lmbcs;
+    if (!Utf8ToLmbcs(temporary, lmbcs) || NSFDbDelete(lmbcs.c_str()) != NOERROR) ::unlink(temporary.c_str());
 }
 
 }  // namespace
@@ -160,7 +161,8 @@ void CreateDatabase(const std::string& path, const DatabaseData& data, const std
         throw ToolError(path + ": the folder does not exist");
     std::string temporary = TemporaryPathBeside(path);
     if (temporary.size() >= MAXPATH) throw ToolError(path + ": the path is longer than the platform accepts");
-    Check(NSFDbCreate(temporary.c_str(), DBCLASS_BY_EXTENSION, FALSE), path + ": cannot create the database");
+    Check(NSFDbCreate(PlatformPath(temporary).c_str(), DBCLASS_BY_EXTENSION, FALSE),
+          path + ": cannot create the database");
     try {
         WriteContent(temporary, data, source);
         Publish(temporary, path);

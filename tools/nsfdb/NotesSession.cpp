@@ -12,6 +12,7 @@
 
 #include "global.h"
 #include "globerr.h"
+#include "names.h"
 #include "nsfdb.h"
 #include "nsfnote.h"
 #include "nsfsearc.h"
@@ -141,6 +142,13 @@ bool Utf8ToLmbcs(const std::string& utf8, std::string& lmbcs) {
 
 bool LmbcsToUtf8(const std::string& lmbcs, std::string& utf8) {
     return TranslateExact(OS_TRANSLATE_LMBCS_TO_UTF8, OS_TRANSLATE_UTF8_TO_LMBCS, lmbcs, utf8);
+}
+
+std::string PlatformPath(const std::string& path) {
+    std::string lmbcs;
+    if (!Utf8ToLmbcs(path, lmbcs)) throw ToolError(path + ": the path cannot be given to the platform as LMBCS");
+    if (lmbcs.size() >= MAXPATH) throw ToolError(path + ": the path is longer than the platform accepts");
+    return lmbcs;
 }
 
 std::string LmbcsToUtf8Lossy(const std::string& lmbcs) {

@@ -37,6 +37,9 @@ std::string FolderOf(const std::string& absolutePath);
 // is silently changed; a text longer than one platform call can carry fails.
 bool Utf8ToLmbcs(const std::string& utf8, std::string& lmbcs);
 bool LmbcsToUtf8(const std::string& lmbcs, std::string& utf8);
+// A file path as the platform's calls take it (LMBCS); throws ToolError when
+// the path cannot be given to the platform.
+std::string PlatformPath(const std::string& path);
 // Best-effort conversion for names shown to the user.
 std::string LmbcsToUtf8Lossy(const std::string& lmbcs);
 

@@ -6,6 +6,9 @@
 #include "NotesSession.h"
 #include "Scenario.h"
 
+#include "global.h"
+#include "emu/notesemu.h"
+
 namespace rpxserver {
 namespace {
 
@@ -100,8 +103,17 @@ std::vector<ScenarioFile> ReadFolder(const Json& object, const std::string& fold
     return files;
 }
 
+// Checked as the platform reads server.json, so that a typo is refused here and not found out
+// by a run that silently ignores it.
+void CheckServerSettings(const Json& object) {
+    char problem[512] = "";
+    if (EmuCheckServerSettings(object.dump().c_str(), problem, sizeof problem) != NOERROR)
+        throw ToolError(std::string("server.") + problem);
+}
+
 void ReadServer(const Json& object, Scenario& scenario) {
     if (!object.is_object()) Fail("server", "an object is expected");
+    CheckServerSettings(object);
     Json settings = object;
     if (settings.contains("tempFolder")) {
         if (!settings["tempFolder"].is_boolean()) Fail("server.tempFolder", "true or false is expected");

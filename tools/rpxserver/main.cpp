@@ -41,7 +41,8 @@ const char* const kToolHelp =
     "       dump: DIR is not a server folder\n"
     "  1-99 run: the task's status; 100: a status of 100 or more (printed on standard error)\n"
     "  120  wrong arguments\n"
-    "  121  the server did not start (notes.ini missing or unreadable, bad server.json)\n"
+    "  121  the server did not start (notes.ini missing, empty, not native text or without\n"
+    "       Directory; a bad server.json)\n"
     "  122  run: the task module is missing or cannot be loaded\n"
     "  123  run: the task module has no MainEntryPoint\n";
 
@@ -59,6 +60,22 @@ const char* const kInitHelp =
     "               \"data\": {PATH: ENTRY}, \"install\": {PATH: ENTRY}, \"server\": {...}}\n"
     "A PATH is relative to its folder; an ENTRY that is an object is a database in the form\n"
     "\"nsfdb create\" reads, a string is a plain file's content. Paths written are absolute.\n"
+    "\n"
+    "The \"server\" object (every key optional; any other key is refused):\n"
+    "  \"clock\": \"real\" | \"virtual\"    real (default): platform waits really wait; virtual: they\n"
+    "                                 return at once and advance the platform clock\n"
+    "  \"busy\": {DB: N | \"always\"}     NSFTakeDatabaseOffline answers \"in use\" for DB's first N\n"
+    "                                 attempts (N >= 1), or for every attempt\n"
+    "  \"faults\": [{\"call\": NAME, \"status\": S, \"path\": DB, \"unid\": UNID, \"count\": N | \"always\"}]\n"
+    "                                 the platform API function NAME returns status S (1..65535);\n"
+    "                                 path limits it to one database, unid (32 hexadecimal digits) to\n"
+    "                                 one note, count to the first N matching calls (default: all)\n"
+    "  \"tasks\": {\"rpxreal\": {\"running\": true | false, \"holds\": [DB, ...]}}\n"
+    "                                 the simulated real-time task (running by default) and the\n"
+    "                                 databases it keeps in use while it runs\n"
+    "  \"tempFolder\": true | false     false: no data/rpxtemp/ is made (not written to server.json)\n"
+    "DB is a Notes path relative to the data directory (\"rpx/rpmsg.nsf\"; \".nsf\" may be left out).\n"
+    "The object is checked as \"rpxserver run\" reads it; a problem is named by its key path.\n"
     "On any error nothing is left behind (exit 1).\n";
 
 const char* const kRunHelp =

@@ -217,7 +217,7 @@ STATUS LNPUBLIC NSFDbReadACL(DBHANDLE hDB, DHANDLE far* rethACL) {
 	if (STATUS s = ReadAclBytes(*file, bytes)) return s;
 	AclData check;
 	if (!Parse(bytes, check)) return ERR_INVALID_NOTE;
-	*rethACL = NewMemory(std::move(bytes));
+	*rethACL = NewMemory(std::move(bytes), "NSFDbReadACL");
 	return NOERROR;
 }
 
@@ -246,7 +246,7 @@ STATUS LNPUBLIC ACLCreate(DHANDLE far* rethACL) {
 	ApiLock lock(ApiMutex());
 	if (STATUS s = CheckCall("ACLCreate")) return s;
 	if (!rethACL) return ERR_OS_NULL_HANDLE;
-	*rethACL = NewMemory(Serialize(AclData()));
+	*rethACL = NewMemory(Serialize(AclData()), "ACLCreate");
 	return NOERROR;
 }
 

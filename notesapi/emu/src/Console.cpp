@@ -167,7 +167,7 @@ STATUS LNPUBLIC NSFRemoteConsole(char far* ServerName, char far* ConsoleCommand,
 	if (hResponseText) {
 		Bytes bytes(answer.begin(), answer.end());
 		bytes.push_back('\0');
-		*hResponseText = NewMemory(std::move(bytes));
+		*hResponseText = NewMemory(std::move(bytes), "NSFRemoteConsole");
 	}
 	return NOERROR;
 }
@@ -180,7 +180,7 @@ STATUS LNPUBLIC OSLoadProgram(char far* filename, char far* /*WorkingDir*/, char
 	std::string arguments = Bounded(Arguments, kMaxCommand);
 	ConsoleWrite("Program started: " + program + (arguments.empty() ? "" : " " + arguments));
 	std::string command;
-	bool isServer = ResolvePath(program) == ResolvePath(ProgramDirectory() + "/server");
+	bool isServer = ResolveApiPath(program.c_str()) == ResolvePath(ProgramDirectory() + "/server");
 	if (isServer && CommandArgument(arguments, command)) RunConsoleCommand(command);
 	return NOERROR;
 }

@@ -24,7 +24,7 @@ bool IsDirectory(const std::string& path) {
 
 // The file a Notes path names: ".nsf" may be left out of the path.
 std::string DatabaseFile(const char* notesPath) {
-	std::string path = ResolvePath(notesPath);
+	std::string path = ResolveApiPath(notesPath);
 	if (!PathExists(path) && !HasExtension(path) && PathExists(path + ".nsf")) path += ".nsf";
 	return path;
 }
@@ -184,7 +184,7 @@ using namespace emu;
 STATUS LNPUBLIC NSFDbCreate(const char far* PathName, USHORT /*DbClass*/, BOOL ForceCreation) {
 	ApiLock lock(ApiMutex());
 	if (!PathName || !*PathName) return ERR_INV_FILE_NAME;
-	std::string path = ResolvePath(PathName);
+	std::string path = ResolveApiPath(PathName);
 	if (STATUS s = CheckCall("NSFDbCreate", path)) return s;
 	if (IsDirectory(path)) return ERR_DIRECTORY;
 	if (PathExists(path)) {
@@ -236,7 +236,7 @@ STATUS LNPUBLIC NSFDbCreateAndCopy(const char far* srcDb, const char far* dstDb,
 	if (retHandle) *retHandle = NULLHANDLE;
 	if (!srcDb || !dstDb || !*srcDb || !*dstDb) return ERR_INV_FILE_NAME;
 	std::string sourcePath = DatabaseFile(srcDb);
-	std::string targetPath = ResolvePath(dstDb);
+	std::string targetPath = ResolveApiPath(dstDb);
 	if (STATUS s = CheckCall("NSFDbCreateAndCopy", targetPath)) return s;
 	if (STATUS s = CheckCall("NSFDbCreateAndCopy", sourcePath)) return s;
 	if (PathExists(targetPath)) return ERR_EXISTS;

@@ -34,9 +34,11 @@ bool GetSetting(std::string_view name, std::string& value);
 void SetSetting(std::string_view name, std::string_view value);
 std::string DataDirectory();
 std::string ServerName();
-// Absolute, normalised file-system path for a Notes path (relative to the
+// Absolute, normalised file-system path for a native path (relative to the
 // data directory or absolute; '\\' accepted as a separator).
 std::string ResolvePath(const std::string& notesPath);
+// The same for a path an API caller passes: LMBCS, as every text of the API.
+std::string ResolveApiPath(const char* lmbcsPath);
 // Whether anything exists at a file-system path.
 bool PathExists(const std::string& path);
 // Whether the last component of a path has an extension.
@@ -54,6 +56,10 @@ bool SameUnid(const ORIGINATORID& a, const UNID& b);
 UNID UnidOf(const ORIGINATORID& oid);
 
 // ---- Text -----------------------------------------------------------------
+// Native (UTF-8) text to LMBCS and back, for the texts that cross the API:
+// notes.ini values, folder names and paths are native inside the emulator.
+std::string LmbcsFromNative(std::string_view native);
+std::string NativeFromLmbcs(std::string_view lmbcs);
 // ASCII case-insensitive equality of item names (LMBCS bytes above 0x7F compare exactly).
 bool NameEquals(std::string_view a, std::string_view b);
 std::string AsciiUpper(std::string_view text);
@@ -103,6 +109,7 @@ struct MemoryObject {
 	std::shared_ptr<Bytes> bytes;
 	int locks = 0;
 	HANDLE ownerNote = NULLHANDLE;  // item memory belongs to a note: never freed by the caller
+	const char* origin = "";        // the API call that allocated it
 };
 
 // ---- Handle tables --------------------------------------------------------
@@ -115,7 +122,8 @@ STATUS FindMemory(HANDLE h, MemoryObject*& out);
 HANDLE AddDatabase(std::unique_ptr<DatabaseObject> db);
 HANDLE AddNote(std::unique_ptr<NoteObject> note);
 HANDLE AddMemory(std::unique_ptr<MemoryObject> mem);
-HANDLE NewMemory(Bytes bytes);
+// origin: the API call that allocated it, named in the open-handle report.
+HANDLE NewMemory(Bytes bytes, const char* origin);
 // When p points into a memory object (OSLockObject, OSLockBlock), the bytes
 // from p to the object's end; lets a call that gets a bare pointer stay in bounds.
 bool MemoryAvailableAt(const void* p, size_t& available);

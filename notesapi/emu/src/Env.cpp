@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -21,6 +22,8 @@ namespace {
 
 struct Settings {
 	std::string iniPath;
+	// Fixed at initialisation, as on a server: later changes of "Directory" do not move it.
+	std::string dataDirectory;
 	// In file order; names compare case-insensitively.
 	std::vector<std::pair<std::string, std::string>> values;
 };
@@ -46,21 +49,34 @@ std::string Trim(const std::string& text) {
 	return text.substr(begin, end - begin + 1);
 }
 
-// notes.ini: an optional "[Notes]" line, then Name=Value lines. Lines
-// without '=' and other section headers are ignored; a later value of the
-// same name wins, as when the server rewrites the file.
-bool ReadIni(const std::string& path, Settings& out) {
-	std::ifstream in(path);
-	if (!in) return false;
-	out.iniPath = path;
+// notes.ini: an optional "[Notes]" line, then Name=Value lines in the native
+// character set. Lines without '=' and other section headers are ignored; a
+// later value of the same name wins, as when the server rewrites the file.
+// Text that cannot be such a file is refused with the reason in error.
+bool ParseIni(const std::string& content, Settings& out, std::string& error) {
+	std::string text = content;
+	if (text.compare(0, 3, "\xEF\xBB\xBF") == 0) text.erase(0, 3);
+	if (text.compare(0, 2, "\xFF\xFE") == 0 || text.compare(0, 2, "\xFE\xFF") == 0) {
+		error = "the file is UTF-16 text; notes.ini must be in the native character set";
+		return false;
+	}
+	if (text.find('\0') != std::string::npos) {
+		error = "the file holds NUL bytes (UTF-16 text?); notes.ini must be in the native character set";
+		return false;
+	}
+	if (text.find_first_not_of(" \t\r\n") == std::string::npos) {
+		error = "the file is empty";
+		return false;
+	}
 	out.values.clear();
+	std::istringstream in(text);
 	std::string line;
 	while (std::getline(in, line)) {
-		std::string text = Trim(line);
-		if (text.empty() || text[0] == '[' || text[0] == ';') continue;
-		size_t eq = text.find('=');
+		std::string entry = Trim(line);
+		if (entry.empty() || entry[0] == '[' || entry[0] == ';') continue;
+		size_t eq = entry.find('=');
 		if (eq == std::string::npos || eq == 0) continue;
-		Put(out, Trim(text.substr(0, eq)), text.substr(eq + 1));
+		Put(out, Trim(entry.substr(0, eq)), entry.substr(eq + 1));
 	}
 	return true;
 }
@@ -106,6 +122,18 @@ WORD CopyOut(const std::string& text, char* out, size_t capacity) {
 	return static_cast<WORD>(n);
 }
 
+// The API hands out LMBCS; a character that does not fit whole is left out.
+WORD CopyOutLmbcs(const std::string& native, char* out, size_t capacity) {
+	std::string lmbcs = LmbcsFromNative(native);
+	size_t n = 0;
+	while (n < lmbcs.size()) {
+		size_t size = LmbcsCharLength(reinterpret_cast<const BYTE*>(lmbcs.data()) + n, lmbcs.size() - n);
+		if (n + size > capacity) break;
+		n += size;
+	}
+	return CopyOut(lmbcs.substr(0, n), out, capacity);
+}
+
 }  // namespace
 
 bool GetSetting(std::string_view name, std::string& value) {
@@ -122,9 +150,7 @@ void SetSetting(std::string_view name, std::string_view value) {
 }
 
 std::string DataDirectory() {
-	std::string dir;
-	if (GetSetting("Directory", dir) && !dir.empty()) return Normalise(AbsoluteFromCwd(dir));
-	return Normalise(AbsoluteFromCwd("."));
+	return TheSettings().dataDirectory;
 }
 
 std::string ServerName() {
@@ -144,6 +170,10 @@ std::string ProgramDirectory() {
 	return ServerFolder();
 }
 
+std::string ResolveApiPath(const char* lmbcsPath) {
+	return ResolvePath(NativeFromLmbcs(lmbcsPath ? lmbcsPath : ""));
+}
+
 std::string ResolvePath(const std::string& notesPath) {
 	std::string path = notesPath;
 	std::replace(path.begin(), path.end(), '\\', '/');
@@ -159,13 +189,39 @@ using namespace emu;
 
 namespace {
 
+bool ReadFile(const std::string& path, std::string& content) {
+	std::ifstream in(path, std::ios::binary);
+	if (!in) return false;
+	std::ostringstream text;
+	text << in.rdbuf();
+	content = text.str();
+	return !in.bad();
+}
+
+// The data directory that notes.ini names; there is no default folder.
+bool ReadDataDirectory(Settings& settings, std::string& error) {
+	std::string dir;
+	for (const auto& entry : settings.values)
+		if (NameEquals(entry.first, "Directory")) dir = Trim(entry.second);
+	if (dir.empty()) {
+		error = "no Directory setting (the data directory) is given";
+		return false;
+	}
+	settings.dataDirectory = Normalise(AbsoluteFromCwd(dir));
+	return true;
+}
+
 // Nothing changes unless both notes.ini and server.json (next to it) are good.
 STATUS InitFromIni(const std::string& iniPath) {
 	Settings settings;
-	if (!ReadIni(iniPath, settings)) return ERR_NO_NOTESINI;
+	std::string content, error;
+	if (!ReadFile(iniPath, content)) return ERR_NO_NOTESINI;
 	settings.iniPath = Normalise(AbsoluteFromCwd(iniPath));
+	if (!ParseIni(content, settings, error) || !ReadDataDirectory(settings, error)) {
+		std::fprintf(stderr, "Notes initialisation failed: %s: %s\n", settings.iniPath.c_str(), error.c_str());
+		return ERR_NOTESINI_UNUSABLE;
+	}
 	ServerSettings server;
-	std::string error;
 	if (!ReadServerFile(FolderOf(settings.iniPath), server, error)) {
 		std::fprintf(stderr, "Notes initialisation failed: %s\n", error.c_str());
 		return ERR_SERVER_SETTINGS;
@@ -223,7 +279,7 @@ BOOL LNPUBLIC OSGetEnvironmentString(const char far* VariableName, char far* ret
 	if (CheckCall("OSGetEnvironmentString") || !VariableName) return FALSE;
 	std::string value;
 	bool found = GetSetting(VariableName, value);
-	if (retValueBuffer) CopyOut(found ? value : std::string(), retValueBuffer, BufferLength);
+	if (retValueBuffer) CopyOutLmbcs(found ? value : std::string(), retValueBuffer, BufferLength);
 	return found ? TRUE : FALSE;
 }
 
@@ -238,7 +294,7 @@ long LNPUBLIC OSGetEnvironmentLong(const char far* VariableName) {
 void LNPUBLIC OSSetEnvironmentVariable(const char far* VariableName, const char far* Value) {
 	ApiLock lock(ApiMutex());
 	if (CheckCall("OSSetEnvironmentVariable") || !VariableName || !*VariableName) return;
-	SetSetting(VariableName, Value ? Value : "");
+	SetSetting(VariableName, NativeFromLmbcs(Value ? Value : ""));
 }
 
 void LNPUBLIC OSSetEnvironmentInt(const char far* VariableName, int Value) {
@@ -250,26 +306,26 @@ void LNPUBLIC OSSetEnvironmentInt(const char far* VariableName, int Value) {
 WORD LNPUBLIC OSGetDataDirectory(char far* retPathName) {
 	ApiLock lock(ApiMutex());
 	if (CheckCall("OSGetDataDirectory") || !retPathName) return 0;
-	return CopyOut(DataDirectory(), retPathName, MAXPATH - 1);
+	return CopyOutLmbcs(DataDirectory(), retPathName, MAXPATH - 1);
 }
 
 void LNPUBLIC OSGetExecutableDirectory(char* retPathName) {
 	ApiLock lock(ApiMutex());
 	if (CheckCall("OSGetExecutableDirectory") || !retPathName) return;
-	CopyOut(ProgramDirectory(), retPathName, MAXPATH - 1);
+	CopyOutLmbcs(ProgramDirectory(), retPathName, MAXPATH - 1);
 }
 
 WORD LNPUBLIC OSGetIniFileName(char far* retPathName) {
 	ApiLock lock(ApiMutex());
 	if (CheckCall("OSGetIniFileName") || !retPathName) return 0;
-	return CopyOut(TheSettings().iniPath, retPathName, MAXPATH - 1);
+	return CopyOutLmbcs(TheSettings().iniPath, retPathName, MAXPATH - 1);
 }
 
 STATUS LNPUBLIC SECKFMGetUserName(char far* retUserName) {
 	ApiLock lock(ApiMutex());
 	if (STATUS s = CheckCall("SECKFMGetUserName")) return s;
 	if (!retUserName) return ERR_UNKNOWN;
-	CopyOut(ServerName(), retUserName, MAXUSERNAME - 1);
+	CopyOutLmbcs(ServerName(), retUserName, MAXUSERNAME - 1);
 	return NOERROR;
 }
 

@@ -29,7 +29,7 @@ STATUS LNPUBLIC NSFFormulaDecompile(char far* pFormulaBuffer, BOOL /*fSelectionF
 	if (length == 0) return ERR_INVALID_FORMULA;
 	std::string source = formula::SourceOf(bytes, length);
 	if (source.size() > MAXWORD) return ERR_INVALID_FORMULA;
-	*rethFormulaText = NewMemory(Bytes(source.begin(), source.end()));
+	*rethFormulaText = NewMemory(Bytes(source.begin(), source.end()), "NSFFormulaDecompile");
 	if (retFormulaTextLength) *retFormulaTextLength = static_cast<WORD>(source.size());
 	return NOERROR;
 }

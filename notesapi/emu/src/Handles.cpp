@@ -112,9 +112,10 @@ bool MemoryAvailableAt(const void* p, size_t& available) {
 	return false;
 }
 
-HANDLE NewMemory(Bytes bytes) {
+HANDLE NewMemory(Bytes bytes, const char* origin) {
 	auto mem = std::make_unique<MemoryObject>();
 	mem->bytes = std::make_shared<Bytes>(std::move(bytes));
+	mem->origin = origin;
 	return AddMemory(std::move(mem));
 }
 
@@ -220,7 +221,7 @@ STATUS LNPUBLIC OSMemAlloc(WORD /*BlkType*/, DWORD dwSize, DHANDLE far* retHandl
 	if (STATUS s = CheckCall("OSMemAlloc")) return s;
 	if (dwSize == 0) return NOERROR;
 	if (dwSize > kMaxMemorySize) return ERR_MEMORY;
-	*retHandle = NewMemory(Bytes(dwSize, 0));
+	*retHandle = NewMemory(Bytes(dwSize, 0), "OSMemAlloc");
 	return NOERROR;
 }
 
@@ -297,7 +298,7 @@ void LNPUBLIC EmuOpenHandleReport(void (LNCALLBACKPTR report)(const char far* li
 				                "): " + NotePath(*entry->note));
 			else if (entry->mem->ownerNote == NULLHANDLE)
 				lines.push_back("memory handle " + handle + " (" + std::to_string(entry->mem->bytes->size()) +
-				                " bytes)");
+				                " bytes) from " + entry->mem->origin);
 		}
 	}
 	// Reported outside the lock: the callback may call the platform.

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
@@ -26,7 +27,7 @@ std::set<std::string>& OfflineKeys() {
 
 // The file a Notes path names; ".nsf" may be left out, as for NSFDbOpen.
 std::string FileOf(const char* notesPath) {
-	std::string path = ResolvePath(notesPath);
+	std::string path = ResolveApiPath(notesPath);
 	if (!HasExtension(path) && !PathExists(path)) path += ".nsf";
 	return path;
 }
@@ -66,6 +67,12 @@ STATUS WaitUntilFree(const std::string& file, bool busyAttempt, DWORD waitMillis
 	return NOERROR;
 }
 
+// A folder or a plain file is not a database; opening it tells.
+bool IsDatabaseFile(const std::string& file) {
+	std::shared_ptr<DbFile> db;
+	return DbFile::Open(file, db) == NOERROR;
+}
+
 void DeleteFile(const std::string& file) {
 	::unlink(file.c_str());
 	::unlink((file + "-journal").c_str());
@@ -97,6 +104,7 @@ STATUS LNPUBLIC NSFTakeDatabaseOffline(const char far* dbPath, DWORD WaitTime, D
 	std::string key = DatabaseKey(file);
 	if (!IsOffline(file)) {
 		if (!PathExists(file)) return ERR_NOEXIST;
+		if (!IsDatabaseFile(file)) return ERR_NOT_NSF;
 		if (STATUS s = WaitUntilFree(file, BusyBySettings(key), WaitTime, lock)) return s;
 		OfflineKeys().insert(key);
 	}

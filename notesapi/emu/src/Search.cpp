@@ -248,7 +248,7 @@ STATUS LNPUBLIC NSFFormulaCompile(char far* /*FormulaName*/, WORD /*FormulaNameL
 	if (!program) return ERR_FORMULA_COMPILATION;
 	if (retFormulaLength) *retFormulaLength = static_cast<WORD>(bytes.size());
 	if (!rethFormula) return NOERROR;
-	*rethFormula = NewMemory(Bytes(bytes.begin(), bytes.end()));
+	*rethFormula = NewMemory(Bytes(bytes.begin(), bytes.end()), "NSFFormulaCompile");
 	return NOERROR;
 }
 

@@ -14,6 +14,9 @@ namespace emu {
 
 // Status of an initialisation refused because server.json is malformed.
 constexpr STATUS ERR_SERVER_SETTINGS = ERR_IOERROR;
+// Status of an initialisation refused because notes.ini is empty, not text in
+// the native character set, or names no data directory.
+constexpr STATUS ERR_NOTESINI_UNUSABLE = ERR_IOERROR;
 
 // Status of NSFDbOpen on a database that was taken offline.
 constexpr STATUS ERR_DB_OFFLINE = ERR_NSFOPEN;
@@ -52,6 +55,8 @@ struct ServerSettings {
 // as the file gives them until ApplyServerSettings turns them into keys.
 // A malformed file gives false and a message in error.
 bool ReadServerFile(const std::string& serverFolder, ServerSettings& out, std::string& error);
+// The same for the text of a server object; error names the key path.
+bool ReadServerSettings(const std::string& jsonText, ServerSettings& out, std::string& error);
 // Makes settings read by ReadServerFile current (after the notes.ini settings
 // are, since paths resolve against the data directory) and resets every
 // counter, the offline state and the tasks.

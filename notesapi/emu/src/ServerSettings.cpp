@@ -1,11 +1,15 @@
 // server.json: the clock, busy databases, injected faults and the simulated
 // tasks of the stand-in server, and the call guard that injects the faults.
+#include <dlfcn.h>
+
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <fstream>
+#include <initializer_list>
+#include <sstream>
 #include <string>
 #include <utility>
 
@@ -39,134 +43,154 @@ bool ParseUnid(const std::string& text, UNID& out) {
 	       ParseHexWord(text, 16, out.Note.Innards[1]) && ParseHexWord(text, 24, out.Note.Innards[0]);
 }
 
-// A count: a positive number, or "always" (-1).
-bool ParseCount(const Json& value, long& out) {
-	if (value.is_string() && value.get<std::string>() == "always") {
-		out = -1;
+// A function this library exports as part of the platform API (not an Emu*
+// extension): the names a fault rule can name.
+bool IsPlatformCall(const std::string& name) {
+	if (name.empty() || name.compare(0, 3, "Emu") == 0) return false;
+	Dl_info ours;
+	if (!::dladdr(reinterpret_cast<void*>(&IsPlatformCall), &ours) || !ours.dli_fname) return false;
+	void* library = ::dlopen(ours.dli_fname, RTLD_LAZY | RTLD_NOLOAD);
+	if (!library) return false;
+	// The handle also finds the library's dependencies; only our own definitions count.
+	void* symbol = ::dlsym(library, name.c_str());
+	Dl_info found;
+	bool own = symbol && ::dladdr(symbol, &found) && found.dli_fbase == ours.dli_fbase;
+	::dlclose(library);
+	return own;
+}
+
+// Reads the server object; the first problem found is kept in error as
+// "key path: what is wrong and what is allowed".
+class SettingsReader {
+public:
+	explicit SettingsReader(ServerSettings& out) : out_(out) {}
+
+	bool Read(const Json& root) {
+		if (!root.is_object()) return Fail("", "the settings must be a JSON object");
+		if (!KnownKeys(root, "", {"clock", "busy", "faults", "tasks", "tempFolder"})) return false;
+		if (root.contains("tempFolder") && !root["tempFolder"].is_boolean())
+			return Fail("tempFolder", "true or false expected");
+		return ReadClock(root) && ReadBusy(root) && ReadFaults(root) && ReadTasks(root);
+	}
+	const std::string& error() const { return error_; }
+
+private:
+	bool Fail(const std::string& where, const std::string& problem) {
+		error_ = where.empty() ? problem : where + ": " + problem;
+		return false;
+	}
+
+	bool KnownKeys(const Json& object, const std::string& where, std::initializer_list<const char*> allowed) {
+		for (const auto& entry : object.items()) {
+			bool known = false;
+			std::string list;
+			for (const char* key : allowed) {
+				known = known || entry.key() == key;
+				list += std::string(list.empty() ? "" : ", ") + key;
+			}
+			if (!known)
+				return Fail(where.empty() ? entry.key() : where + "." + entry.key(), "unknown key (allowed: " + list + ")");
+		}
 		return true;
 	}
-	if (!value.is_number_integer() || value.get<long>() < 0) return false;
-	out = value.get<long>();
-	return true;
-}
 
-bool ReadClock(const Json& root, ServerSettings& out, std::string& error) {
-	if (!root.contains("clock")) return true;
-	const Json& clock = root["clock"];
-	if (clock == "real") out.clock = ClockKind::Real;
-	else if (clock == "virtual") out.clock = ClockKind::Virtual;
-	else {
-		error = "\"clock\" must be \"real\" or \"virtual\"";
-		return false;
+	// A count: a positive number, or "always" (-1).
+	static bool ParseCount(const Json& value, long& out) {
+		if (value.is_string() && value.get<std::string>() == "always") {
+			out = -1;
+			return true;
+		}
+		if (!value.is_number_integer() || value.get<long>() < 1) return false;
+		out = value.get<long>();
+		return true;
 	}
-	return true;
-}
 
-bool ReadBusy(const Json& root, ServerSettings& out, std::string& error) {
-	if (!root.contains("busy")) return true;
-	if (!root["busy"].is_object()) {
-		error = "\"busy\" must be an object of database paths";
-		return false;
+	bool ReadClock(const Json& root) {
+		if (!root.contains("clock")) return true;
+		const Json& clock = root["clock"];
+		if (clock == "real") out_.clock = ClockKind::Real;
+		else if (clock == "virtual") out_.clock = ClockKind::Virtual;
+		else return Fail("clock", "\"real\" or \"virtual\" expected");
+		return true;
 	}
-	for (const auto& entry : root["busy"].items()) {
-		BusyRule rule;
-		rule.pathKey = entry.key();
-		if (!ParseCount(entry.value(), rule.remaining)) {
-			error = "busy \"" + entry.key() + "\": a count or \"always\" expected";
-			return false;
-		}
-		out.busy.push_back(rule);
-	}
-	return true;
-}
 
-bool ReadFault(const Json& item, FaultRule& rule, std::string& error) {
-	if (!item.is_object() || !item.contains("call") || !item["call"].is_string() || item["call"] == "") {
-		error = "a fault needs \"call\", the name of an API function";
-		return false;
-	}
-	rule.call = item["call"].get<std::string>();
-	if (!item.contains("status") || !item["status"].is_number_integer() || item["status"].get<long>() <= 0 ||
-	    item["status"].get<long>() > 0xFFFF) {
-		error = "fault of " + rule.call + ": \"status\" must be a status code (1..65535)";
-		return false;
-	}
-	rule.status = static_cast<STATUS>(item["status"].get<long>());
-	if (item.contains("path")) {
-		if (!item["path"].is_string()) {
-			error = "fault of " + rule.call + ": \"path\" must be text";
-			return false;
+	bool ReadBusy(const Json& root) {
+		if (!root.contains("busy")) return true;
+		if (!root["busy"].is_object()) return Fail("busy", "an object of database paths expected");
+		for (const auto& entry : root["busy"].items()) {
+			BusyRule rule;
+			rule.pathKey = entry.key();
+			if (!ParseCount(entry.value(), rule.remaining))
+				return Fail("busy[\"" + entry.key() + "\"]", "a positive whole number or \"always\" expected");
+			out_.busy.push_back(rule);
 		}
-		rule.pathKey = item["path"].get<std::string>();
+		return true;
 	}
-	if (item.contains("unid")) {
-		if (!item["unid"].is_string() || !ParseUnid(item["unid"].get<std::string>(), rule.unid)) {
-			error = "fault of " + rule.call + ": \"unid\" must be 32 hexadecimal digits";
-			return false;
-		}
-		rule.hasUnid = true;
-	}
-	if (item.contains("count") && (!ParseCount(item["count"], rule.remaining) || rule.remaining == 0)) {
-		error = "fault of " + rule.call + ": \"count\" must be a positive number or \"always\"";
-		return false;
-	}
-	return true;
-}
 
-bool ReadFaults(const Json& root, ServerSettings& out, std::string& error) {
-	if (!root.contains("faults")) return true;
-	if (!root["faults"].is_array()) {
-		error = "\"faults\" must be an array";
-		return false;
+	bool ReadFault(const Json& item, const std::string& where, FaultRule& rule) {
+		if (!item.is_object()) return Fail(where, "an object expected");
+		if (!KnownKeys(item, where, {"call", "status", "path", "unid", "count"})) return false;
+		if (!item.contains("call") || !item["call"].is_string())
+			return Fail(where + ".call", "the name of a platform API function expected");
+		rule.call = item["call"].get<std::string>();
+		if (!IsPlatformCall(rule.call))
+			return Fail(where + ".call", "\"" + rule.call + "\" is not a function of the platform API");
+		if (!item.contains("status") || !item["status"].is_number_integer() || item["status"].get<long>() <= 0 ||
+		    item["status"].get<long>() > 0xFFFF)
+			return Fail(where + ".status", "a status code (1..65535) expected");
+		rule.status = static_cast<STATUS>(item["status"].get<long>());
+		if (item.contains("path")) {
+			if (!item["path"].is_string() || item["path"].get<std::string>().empty())
+				return Fail(where + ".path", "a database path expected");
+			rule.pathKey = item["path"].get<std::string>();
+		}
+		if (item.contains("unid")) {
+			if (!item["unid"].is_string() || !ParseUnid(item["unid"].get<std::string>(), rule.unid))
+				return Fail(where + ".unid", "32 hexadecimal digits expected");
+			rule.hasUnid = true;
+		}
+		if (item.contains("count") && !ParseCount(item["count"], rule.remaining))
+			return Fail(where + ".count", "a positive whole number or \"always\" expected");
+		return true;
 	}
-	for (const Json& item : root["faults"]) {
-		FaultRule rule;
-		if (!ReadFault(item, rule, error)) return false;
-		out.faults.push_back(rule);
-	}
-	return true;
-}
 
-bool ReadTasks(const Json& root, ServerSettings& out, std::string& error) {
-	if (!root.contains("tasks")) return true;
-	const Json& tasks = root["tasks"];
-	if (!tasks.is_object()) {
-		error = "\"tasks\" must be an object";
-		return false;
+	bool ReadFaults(const Json& root) {
+		if (!root.contains("faults")) return true;
+		if (!root["faults"].is_array()) return Fail("faults", "an array of faults expected");
+		for (size_t i = 0; i < root["faults"].size(); ++i) {
+			FaultRule rule;
+			if (!ReadFault(root["faults"][i], "faults[" + std::to_string(i) + "]", rule)) return false;
+			out_.faults.push_back(rule);
+		}
+		return true;
 	}
-	for (const auto& entry : tasks.items()) {
-		if (entry.key() != "rpxreal") {
-			error = "unknown task \"" + entry.key() + "\" (only rpxreal is simulated)";
-			return false;
-		}
-		const Json& task = entry.value();
-		if (!task.is_object()) {
-			error = "task rpxreal must be an object";
-			return false;
-		}
+
+	bool ReadTasks(const Json& root) {
+		if (!root.contains("tasks")) return true;
+		const Json& tasks = root["tasks"];
+		if (!tasks.is_object()) return Fail("tasks", "an object of tasks expected");
+		if (!KnownKeys(tasks, "tasks", {"rpxreal"})) return false;
+		if (!tasks.contains("rpxreal")) return true;
+		const Json& task = tasks["rpxreal"];
+		if (!task.is_object()) return Fail("tasks.rpxreal", "an object expected");
+		if (!KnownKeys(task, "tasks.rpxreal", {"running", "holds"})) return false;
 		if (task.contains("running")) {
-			if (!task["running"].is_boolean()) {
-				error = "task rpxreal: \"running\" must be true or false";
-				return false;
-			}
-			out.rpxreal.running = task["running"].get<bool>();
+			if (!task["running"].is_boolean()) return Fail("tasks.rpxreal.running", "true or false expected");
+			out_.rpxreal.running = task["running"].get<bool>();
 		}
 		if (task.contains("holds")) {
-			if (!task["holds"].is_array()) {
-				error = "task rpxreal: \"holds\" must be an array of database paths";
-				return false;
-			}
+			if (!task["holds"].is_array()) return Fail("tasks.rpxreal.holds", "an array of database paths expected");
 			for (const Json& path : task["holds"]) {
-				if (!path.is_string()) {
-					error = "task rpxreal: \"holds\" must be an array of database paths";
-					return false;
-				}
-				out.rpxreal.holdKeys.push_back(path.get<std::string>());
+				if (!path.is_string()) return Fail("tasks.rpxreal.holds", "an array of database paths expected");
+				out_.rpxreal.holdKeys.push_back(path.get<std::string>());
 			}
 		}
+		return true;
 	}
-	return true;
-}
+
+	ServerSettings& out_;
+	std::string error_;
+};
 
 bool Matches(const FaultRule& rule, const char* call, const std::string& dbPath, const UNID* unid) {
 	if (rule.remaining == 0 || rule.call != call) return false;
@@ -185,21 +209,48 @@ std::string DatabaseKey(const std::string& notesOrFilePath) {
 	return path;
 }
 
+bool ReadServerSettings(const std::string& jsonText, ServerSettings& out, std::string& error) {
+	out = ServerSettings();
+	Json root = Json::parse(jsonText, nullptr, false);
+	if (root.is_discarded()) {
+		error = "not valid JSON";
+		return false;
+	}
+	SettingsReader reader(out);
+	if (reader.Read(root)) return true;
+	error = reader.error();
+	return false;
+}
+
 bool ReadServerFile(const std::string& serverFolder, ServerSettings& out, std::string& error) {
 	out = ServerSettings();
 	std::string path = serverFolder + "/server.json";
-	std::ifstream in(path);
+	std::ifstream in(path, std::ios::binary);
 	if (!in) return true;
-	Json root = Json::parse(in, nullptr, false);
-	if (root.is_discarded() || !root.is_object()) {
-		error = path + ": not a JSON object";
-		return false;
-	}
-	bool ok = ReadClock(root, out, error) && ReadBusy(root, out, error) && ReadFaults(root, out, error) &&
-	          ReadTasks(root, out, error);
-	if (!ok) error = path + ": " + error;
-	return ok;
+	std::ostringstream text;
+	text << in.rdbuf();
+	if (ReadServerSettings(text.str(), out, error)) return true;
+	error = path + ": " + error;
+	return false;
 }
+
+}  // namespace emu
+
+using namespace emu;
+
+STATUS LNPUBLIC EmuCheckServerSettings(const char far* jsonText, char far* retError, WORD errorSize) {
+	ServerSettings settings;
+	std::string error;
+	bool ok = ReadServerSettings(jsonText ? jsonText : "", settings, error);
+	if (retError && errorSize > 0) {
+		size_t n = std::min<size_t>(error.size(), errorSize - 1u);
+		std::memcpy(retError, error.data(), n);
+		retError[n] = '\0';
+	}
+	return ok ? NOERROR : ERR_SERVER_SETTINGS;
+}
+
+namespace emu {
 
 void ApplyServerSettings(ServerSettings settings) {
 	for (BusyRule& rule : settings.busy) rule.pathKey = DatabaseKey(rule.pathKey);

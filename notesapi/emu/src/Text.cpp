@@ -252,6 +252,17 @@ size_t LmbcsCharLength(const BYTE* p, size_t limit) {
 	return std::max<size_t>(1, std::min(n, limit));
 }
 
+std::string LmbcsFromNative(std::string_view native) {
+	std::string bytes;
+	std::vector<int32_t> offsets;
+	Utf16ToLmbcs(Utf8ToUtf16(native.data(), native.size()), bytes, offsets);
+	return bytes;
+}
+
+std::string NativeFromLmbcs(std::string_view lmbcs) {
+	return Utf16ToUtf8(LmbcsToUtf16(lmbcs.data(), lmbcs.size()));
+}
+
 std::string FormatNumber(double value) {
 	if (std::isnan(value)) return "NaN";
 	char buffer[64];
@@ -312,7 +323,8 @@ WORD LNPUBLIC OSTranslate(WORD TranslateMode, const char far* In, WORD InLength,
 WORD LNPUBLIC OSLoadString(HMODULE /*hModule*/, STATUS StringCode, char far* retBuffer, WORD BufferLength) {
 	ApiLock lock(ApiMutex());
 	if (CheckCall("OSLoadString") || !retBuffer) return 0;
-	const char* text = FindStatusText(ERR(StringCode));
+	// Not masked here: the caller passes ERR(status); a code with flag bits names no string.
+	const char* text = FindStatusText(StringCode);
 	if (!text) {
 		retBuffer[0] = '\0';
 		return 0;

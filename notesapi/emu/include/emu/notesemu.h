@@ -24,18 +24,29 @@
  *   further than the compiled formula's own lengths and, for a pointer into platform memory
  *   (OSLockObject, OSLockBlock), no further than that block; other bytes give
  *   ERR_INVALID_FORMULA.
+ * - OSLoadString looks the code up as given: a status with STS_DISPLAYED or STS_REMOTE set
+ *   has no text (length 0); the caller masks with ERR() first.
+ * - Texts crossing the API are LMBCS: notes.ini values (OSGetEnvironmentString), the data,
+ *   program and notes.ini folder names and the server's name come out as LMBCS, and paths and
+ *   values given in are taken as LMBCS. notes.ini itself is native text (UTF-8).
  * - Stale, zero and wrong-kind handles: ERR_OS_FREE_HANDLE, ERR_OS_NULL_HANDLE,
  *   ERR_OS_HANDLE_RANGE; OSLockObject gives NULL. OSMemFree of a locked object gives
  *   ERR_OS_STILL_LOCKED, of item memory owned by a note ERR_OS_HANDLE_RANGE.
  *
  * The stand-in server (the folder of the notes.ini given to NotesInitExtended):
+ * - notes.ini must be native text naming a data directory ("Directory"): an empty or UTF-16
+ *   file, or none given, makes initialisation fail with ERR_IOERROR and a message on standard
+ *   error naming the file; there is no default data directory. The data directory is fixed at
+ *   initialisation.
  * - <server>/server.json is read at initialisation (see notesapi/emu/README.md for its
- *   format); a malformed one makes initialisation fail with ERR_IOERROR and a message on
- *   standard error. Its counters, the offline state and the task state live in the process
+ *   format); a malformed one (an unknown key at any level, a call that is not a function of
+ *   the API, a bad value) makes initialisation fail with ERR_IOERROR and a message on
+ *   standard error naming the key path. Its counters, the offline state and the task state live in the process
  *   and start afresh at each initialisation.
  * - Injected faults: the first rule of "faults" that matches a call (API function name, and
  *   the database path and note UNID when the rule names them) makes it return its status.
- * - NSFTakeDatabaseOffline: ERR_NOEXIST for a missing database; ERR_DBINUSE after WaitTime
+ * - NSFTakeDatabaseOffline: ERR_NOEXIST for a missing database; ERR_NOT_NSF for a folder or
+ *   a file that is not a database (nothing is deleted); ERR_DBINUSE after WaitTime
  *   (real or virtual) while the database is busy per server.json, held by the running task
  *   rpxreal or open through any handle of this process. Offline again: NOERROR. While
  *   offline, NSFDbOpen gives ERR_NSFOPEN. NSFDbCreate / NSFDbCreateAndCopy at an offline
@@ -77,11 +88,18 @@ STATUS LNPUBLIC EmuDbSetNextNoteID(DBHANDLE hDB, NOTEID nextNoteID);
  * clear, as the platform does for incremental searches. Process-wide; default FALSE. */
 void LNPUBLIC EmuSearchReportNonMatches(BOOL report);
 
+/* Checks the text of a server object (the content of server.json) as initialisation reads it:
+ * NOERROR, or ERR_IOERROR with the first problem in retError ("faults[0].call: ..."; the key
+ * path and what is allowed), cut to errorSize - 1 bytes. Needs no initialised platform. */
+STATUS LNPUBLIC EmuCheckServerSettings(const char far *jsonText, char far *retError, WORD errorSize);
+
 /* Number of database, note and memory handles currently open (for leak reports). */
 DWORD LNPUBLIC EmuOpenHandleCount(void);
 
 /* Calls report once per open handle with one line naming its kind and, for database and
- * note handles, the database's file path (item memory owned by notes is not listed). */
+ * note handles, the database's file path; a memory handle's line names its size and the call
+ * that allocated it: "memory handle 11 (110 bytes) from NSFFormulaCompile" (item memory owned
+ * by notes is not listed). */
 void LNPUBLIC EmuOpenHandleReport(void (LNCALLBACKPTR report)(const char far *line, void far *ctx),
                                   void far *ctx);
 
