@@ -11,11 +11,8 @@ namespace {
 const std::string kPatch = kPatchFolder;
 const std::string kLockedUnid = "0A0A0A0A0B0B0B0B0C0C0C0C0D0D0D0D";
 const std::string kStaleUnid = "1111111122222222333333334444444A";
-const std::string kLinkedUnid = "1111111122222222333333334444444B";
-const std::string kNearMissUnid = "1111111122222222333333334444444C";
-const std::string kOtherFormUnid = "1111111122222222333333334444444D";
+const std::string kOtherFormUnid = "1111111122222222333333334444444B";
 const std::string kHoaxUnid = "CCCD9A452EEE6AF248256E1600236933";
-const std::string kChainLetterUnid = "9CA8289B72BE6CE848256E1600236921";
 const int kNoAccess = 0x0246;
 
 Json NoteWithUnid(const std::string& unid, Json items) {
@@ -24,24 +21,15 @@ Json NoteWithUnid(const std::string& unid, Json items) {
     return note;
 }
 
-// A configuration database whose first Expression document cannot be opened (see Faults()).
+// A configuration database whose first Expression document is made unopenable by a fault.
 Json ConfigDatabase() {
     Json db{{"title", "Configuration"}};
     db["notes"] = Json::array(
         {HelpNote(3001),
          NoteWithUnid(kLockedUnid, {{"Form", "Expression"}, {"Expression", "SandMan"}, {"DocID", "locked"}}),
          NoteWithUnid(kStaleUnid, {{"Form", "Expression"}, {"Expression", "Wobbler .AND. virus"}, {"DocID", kLockedUnid}}),
-         NoteWithUnid(kLinkedUnid, {{"Form", "Expression"},
-                                    {"Expression", "this is not a joke"},
-                                    {"DocID", kLinkedUnid},
-                                    {"RefContent", Json::array({kChainLetterUnid})}}),
-         NoteWithUnid(kNearMissUnid, {{"Form", "Expression"}, {"Expression", "wobbler .AND. virus"}, {"DocID", ""}}),
          NoteWithUnid(kOtherFormUnid, {{"Form", "Filter"}, {"Expression", "Wobbler .AND. virus"}, {"DocID", "old"}})});
     return db;
-}
-
-Json Faults() {
-    return Json::array({{{"call", "NSFNoteOpen"}, {"unid", kLockedUnid}, {"status", kNoAccess}}});
 }
 
 Json NoteOf(const Json& db, const std::string& unid) {
@@ -52,32 +40,28 @@ Json NoteOf(const Json& db, const std::string& unid) {
     return Json();
 }
 
-// The "gMap" lines of the log (level and text).
+bool IsTableLine(const std::string& text) { return text.rfind("\tgMap[\"", 0) == 0; }
+
+template <typename Predicate>
+size_t IndexWhere(const std::vector<LogLine>& log, Predicate matches, size_t from = 0) {
+    for (size_t i = from; i < log.size(); ++i) {
+        if (matches(log[i].text)) return i;
+    }
+    return log.size();
+}
+
 std::vector<LogLine> TableLines(const std::vector<LogLine>& log) {
     std::vector<LogLine> lines;
     for (const LogLine& line : log) {
-        if (line.text.rfind("\tgMap[\"", 0) == 0) lines.push_back(line);
+        if (IsTableLine(line.text)) lines.push_back(line);
     }
     return lines;
-}
-
-size_t FirstTableLine(const std::vector<LogLine>& log, size_t from = 0) {
-    for (size_t i = from; i < log.size(); ++i) {
-        if (log[i].text.rfind("\tgMap[\"", 0) == 0) return i;
-    }
-    return log.size();
 }
 
 void ExpectFixed(const Json& db) {
     Json stale = NoteOf(db, kStaleUnid);
     EXPECT_EQ(ItemText(stale, "DocID"), kStaleUnid);
     EXPECT_EQ(ItemValue(stale, "RefContent"), Json::array({kHoaxUnid}));
-    Json linked = NoteOf(db, kLinkedUnid);
-    EXPECT_EQ(ItemText(linked, "DocID"), kLinkedUnid);
-    EXPECT_EQ(ItemValue(linked, "RefContent"), Json::array({kChainLetterUnid}));
-    Json nearMiss = NoteOf(db, kNearMissUnid);
-    EXPECT_EQ(ItemText(nearMiss, "DocID"), kNearMissUnid);
-    EXPECT_TRUE(ItemValue(nearMiss, "RefContent").is_null());
     Json otherForm = NoteOf(db, kOtherFormUnid);
     EXPECT_EQ(ItemText(otherForm, "DocID"), "old");
     EXPECT_TRUE(ItemValue(otherForm, "RefContent").is_null());
@@ -88,65 +72,35 @@ void ExpectFixed(const Json& db) {
 
 }  // namespace
 
-TEST(ExpressionDocIds, EveryApplicableRunFixesTheExpressionsAndSkipsADocumentItCannotOpen) {
-    // No databases to ship: the run ends after the fix-ups, so the next run applies again.
-    Json scenario = BaseScenario(PatchIni({"Files=", "BuildNumber=3100"}));
-    scenario["data"]["rpx/rpconf.nsf"] = ConfigDatabase();
-    scenario["server"]["faults"] = Faults();
-    E2eServer server;
-    ASSERT_TRUE(server.Create(scenario));
-
-    ASSERT_EQ(server.Run().exitCode, 0) << server.LastRun().err;
-    std::vector<LogLine> log = server.DebugLog();
-    size_t error = 0;
-    while (error < log.size() && log[error].text != "NSFNoteOpen error " + std::to_string(kNoAccess)) ++error;
-    ASSERT_LT(error, log.size());
-    EXPECT_EQ(log[error].level, 3);
-    EXPECT_GT(FirstTableLine(log), error) << "the table is listed after the search";
-    std::vector<LogLine> table = TableLines(log);
-    ASSERT_EQ(table.size(), 80u);
-    for (const LogLine& line : table) EXPECT_EQ(line.level, 3) << line.text;
-    EXPECT_EQ(server.LastRun().err.find("rpconf.nsf"), std::string::npos) << "no handle left open";
-    Json first = server.Dump("rpx/rpconf.nsf");
-    ExpectFixed(first);
-
-    ASSERT_EQ(server.Run().exitCode, 0) << server.LastRun().err;
-    log = server.DebugLog();
-    EXPECT_EQ(TableLines(log).size(), 160u);
-    Json second = server.Dump("rpx/rpconf.nsf");
-    ExpectFixed(second);
-}
-
-TEST(ExpressionDocIds, TheFixUpPrecedesTheShippedFilesAndARunThatDoesNotApplyLeavesItOut) {
+TEST(ExpressionDocIds, TheFixUpRunsBeforeTheShippedFilesSkipsAnUnopenableNoteAndOnlyWhileThePatchApplies) {
     Json scenario = BaseScenario(PatchIniShipping("rpvlog.ntf"));
     scenario["data"]["rpx/rpconf.nsf"] = ConfigDatabase();
     scenario["install"][kPatch + "/rpvlog.ntf"] = ProductTemplate("Virus Log", "RPXVirusLog", 3100, "shipped");
+    scenario["server"]["faults"] = Json::array({{{"call", "NSFNoteOpen"}, {"unid", kLockedUnid}, {"status", kNoAccess}}});
     E2eServer server;
     ASSERT_TRUE(server.Create(scenario));
 
     ASSERT_EQ(server.Run().exitCode, 0) << server.LastRun().err;
     std::vector<LogLine> log = server.DebugLog();
-    size_t firstFileMessage = 0;
-    while (firstFileMessage < log.size() && log[firstFileMessage].text.find("rpvlog.ntf") == std::string::npos) {
-        ++firstFileMessage;
-    }
-    ASSERT_LT(firstFileMessage, log.size());
+    size_t error = IndexWhere(log, [](const std::string& text) {
+        return text == "NSFNoteOpen error " + std::to_string(kNoAccess);
+    });
+    size_t firstRow = IndexWhere(log, IsTableLine);
+    size_t shipped = IndexWhere(log, [](const std::string& text) { return text.find("rpvlog.ntf") != std::string::npos; });
+    ASSERT_LT(shipped, log.size());
+    ASSERT_LT(error, firstRow) << "the search reports the note, then the table is listed";
+    EXPECT_EQ(log[error].level, 3);
     std::vector<LogLine> table = TableLines(log);
     ASSERT_EQ(table.size(), 80u);
-    size_t lastTableLine = 0;
-    for (size_t i = 0; i < log.size(); ++i) {
-        if (log[i].text.rfind("\tgMap[\"", 0) == 0) lastTableLine = i;
-    }
-    EXPECT_LT(lastTableLine, firstFileMessage);
-    Json fixed = server.Dump("rpx/rpconf.nsf");
-    EXPECT_EQ(ItemText(NoteOf(fixed, kStaleUnid), "DocID"), kStaleUnid);
-    EXPECT_EQ(ItemText(NoteOf(fixed, kLockedUnid), "DocID"), kLockedUnid) << "no fault in this run";
+    EXPECT_LT(firstRow + table.size() - 1, shipped) << "the whole listing before the first shipped file";
+    for (const LogLine& line : table) EXPECT_EQ(line.level, 3) << line.text;
+    ExpectFixed(server.Dump("rpx/rpconf.nsf"));
 
-    // The databases now carry the patch's build: the second run stops before the fix-up.
+    // The databases now carry the patch's build: the next run stops before the fix-up.
     size_t before = log.size();
     ASSERT_EQ(server.Run().exitCode, 0) << server.LastRun().err;
     log = server.DebugLog();
-    EXPECT_EQ(FirstTableLine(log, before), log.size());
+    EXPECT_EQ(IndexWhere(log, IsTableLine, before), log.size());
 }
 
 TEST(ExpressionDocIds, ASelectionThatDoesNotCompileIsReportedAndNothingIsListedOrChanged) {
@@ -160,8 +114,7 @@ TEST(ExpressionDocIds, ASelectionThatDoesNotCompileIsReportedAndNothingIsListedO
     ASSERT_EQ(server.Run().exitCode, 0) << server.LastRun().err;
     std::vector<LogLine> log = server.DebugLog();
     const std::regex compileError(R"(\[[^:\]]+\.cpp:2299\]UpdateRpency Cannot compile the formula! error\[270\]\n)");
-    size_t at = 0;
-    while (at < log.size() && !std::regex_match(log[at].text, compileError)) ++at;
+    size_t at = IndexWhere(log, [&](const std::string& text) { return std::regex_match(text, compileError); });
     ASSERT_LT(at, log.size());
     EXPECT_EQ(log[at].level, 0);
     EXPECT_TRUE(TableLines(log).empty());

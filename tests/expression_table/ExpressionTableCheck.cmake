@@ -61,13 +61,6 @@ elseif(CASE STREQUAL "RowUnderAnotherUnid")
   list(INSERT rows 0 "${first_key}\t${last_unid}")
   write_rows("${variant}" ${rows})
   set(expected_message "UNID ${first_unid} has 27 rows; it must have 28")
-elseif(CASE STREQUAL "MalformedRow")
-  list(GET rows 4 row)
-  string(REPLACE "\t" " " row "${row}")
-  list(REMOVE_AT rows 4)
-  list(INSERT rows 4 "${row}")
-  write_rows("${variant}" ${rows})
-  set(expected_message ":5: no TAB between the key and the UNID")
 elseif(CASE STREQUAL "KeyBytesKeptAsTheyAre")
   # A key with the bytes that CMake lists and C++ literals treat specially, two blanks inside
   # and one at the end, in place of the first row's key.

@@ -231,19 +231,11 @@ TEST_F(ExpressionDocIdsTest, WithoutTheConfigurationDatabaseTheWholeTableIsStill
     for (const auto& row : rows) expected.push_back(TableLine(row.first, row.second));
 
     std::vector<std::string> listed;
-    std::map<std::string, int> rowsPerUnid;
     for (const LevelledMessage& line : TableLines()) {
         EXPECT_EQ(line.level, 3) << line.text;
         listed.push_back(line.text);
-        ++rowsPerUnid[line.text.substr(line.text.size() - 34, 32)];
     }
     EXPECT_EQ(listed, expected);
-    EXPECT_EQ(rowsPerUnid, (std::map<std::string, int>{{kHoaxUnid, 28},
-                                                       {kChainLetterUnid, 14},
-                                                       {kScriptUnid, 1},
-                                                       {"9679C1FA3EC9B30648256E16002368DE", 25},
-                                                       {"29FBCBA3EE0E297F48256E16002368FF", 6},
-                                                       {"2B41699AA621F29448256E16002368F8", 6}}));
     // Rows whose exact bytes matter, as the shipped documents hold them.
     for (const char* key : {"An Internet flower for you .AND.  virus", "JOIN THE CREW .AND.  virus",
                             "virus .AND.  erase .NEAR. hard drive.", "erase .NEAR. IMIE and IMSI .AND. virus",
