@@ -128,7 +128,7 @@ STATUS LNCALLBACK RemoveDuplicatedUserDefinedDigitalAssertCallback(void* paramet
     NOTEHANDLE note = NULLHANDLE;
     STATUS status = NSFNoteOpen(param->hDb, found.ID.NoteID, 0, &note);
     if (status != NOERROR) {
-        // The message names another routine; it is the text this failure has always logged.
+        // The message names another routine; that text is required as it stands.
         LogDebugMessage(3, "MigrateCFDLPDeleteAttachmentActionCallback, open note failed.");
         return ERR(status);
     }
@@ -154,7 +154,7 @@ STATUS RemoveDuplicatedUserDefinedDigitalAssert() {
     FORMULAHANDLE formula = NULLHANDLE;
     status = CompileAssetFormula(&formula);
     if (status != NOERROR) {
-        // The message names another routine; it is the text this failure has always logged.
+        // The message names another routine; that text is required as it stands.
         LogDebugMessage(0, "[%s:%d]UpdateRpency Cannot compile the formula! error[%d]\n", kSourceName,
                         __LINE__, (int)status);
         NSFDbClose(param.hDb);
