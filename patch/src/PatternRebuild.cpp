@@ -20,14 +20,9 @@ const char kPatternFormula[] = "FORM=\"Patternfile\"";
 const char kVersionItem[] = "InternalPVer";
 const size_t kFormulaSize = 32;
 const size_t kVersionSize = 32;
-const int kCompileErrorLine = 2071;  // the line the compile-error message names, whatever the source
+const int kCompileErrorLine = 2071;  // log readers match this position, not the source's own line
 const DWORD kFixedReplicaIdLow = 0x001E96E4;
 const DWORD kFixedReplicaIdHigh = 0x852552F9;
-
-const char* SourceFileName() {
-    const char* slash = std::strrchr(__FILE__, '/');
-    return slash ? slash + 1 : __FILE__;
-}
 
 bool HasOldVersionText(NOTEHANDLE note) {
     if (NSFItemInfo(note, kVersionItem, sizeof kVersionItem - 1, nullptr, nullptr, nullptr, nullptr) !=
@@ -63,7 +58,7 @@ STATUS FindOldPatternFormat(int* oldFormat, DHANDLE* acl) {
     STATUS status = CompilePatternFormula(&formula);
     if (status != NOERROR) {
         LogDebugMessage(kRebuildLogLevel, "[%s:%d]UpdateRpency Cannot compile the formula! error[%d]\n",
-                        SourceFileName(), kCompileErrorLine, (int)status);
+                        kPatchSourceName, kCompileErrorLine, (int)status);
         NSFDbClose(param.hDb);
         return status;
     }

@@ -113,7 +113,7 @@ TEST(ExpressionDocIds, ASelectionThatDoesNotCompileIsReportedAndNothingIsListedO
 
     ASSERT_EQ(server.Run().exitCode, 0) << server.LastRun().err;
     std::vector<LogLine> log = server.DebugLog();
-    const std::regex compileError(R"(\[[^:\]]+\.cpp:2299\]UpdateRpency Cannot compile the formula! error\[270\]\n)");
+    const std::regex compileError(R"(\[PatchRPX:2299\]UpdateRpency Cannot compile the formula! error\[270\]\n)");
     size_t at = IndexWhere(log, [&](const std::string& text) { return std::regex_match(text, compileError); });
     ASSERT_LT(at, log.size());
     EXPECT_EQ(log[at].level, 0);

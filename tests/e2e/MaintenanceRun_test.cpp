@@ -290,7 +290,7 @@ TEST(MaintenanceRun, PatternFormulaThatDoesNotCompileIsReportedAndTheDatabaseClo
     const CommandResult& run = server.Run();
     ASSERT_EQ(run.exitCode, 0);
 
-    const std::regex compileError(R"(\[[^:\]]+\.cpp:2071\]UpdateRpency Cannot compile the formula! error\[270\]\n)");
+    const std::regex compileError(R"(\[PatchRPX:2071\]UpdateRpency Cannot compile the formula! error\[270\]\n)");
     int reported = 0;
     for (const LogLine& line : server.DebugLog()) {
         if (std::regex_match(line.text, compileError)) {
