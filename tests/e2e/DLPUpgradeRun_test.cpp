@@ -1,6 +1,8 @@
 // The configuration migration's DLP upgrade and reference cleanup, end to end: a patch that ships
 // rpconf.ntf makes the run upgrade the DLP documents of rpconf.nsf and put their references
 // right; injected platform failures end the work on one document only.
+#include <regex>
+
 #include "E2eScenario.h"
 
 using namespace e2e;
@@ -101,10 +103,11 @@ void ExpectInOrder(const std::vector<std::string>& messages, const std::vector<s
     }
 }
 
-// Whether a message starts with prefix.
-bool LoggedWithPrefix(const std::vector<std::string>& messages, const std::string& prefix) {
+// Whether a whole message matches pattern.
+bool LoggedMatching(const std::vector<std::string>& messages, const std::string& pattern) {
+    const std::regex expression(pattern);
     for (const std::string& message : messages) {
-        if (message.rfind(prefix, 0) == 0) return true;
+        if (std::regex_match(message, expression)) return true;
     }
     return false;
 }
@@ -205,19 +208,20 @@ TEST(DLPUpgradeRun, FailureOfOnePlatformCallEndsTheWorkOnThatDocumentOnly) {
     Json db = server.Dump("rpx/rpconf.nsf");
     auto messages = server.DebugMessages();
 
-    EXPECT_TRUE(LoggedWithPrefix(messages, "NSFDbCopyNote error. old notesid="));
+    EXPECT_TRUE(LoggedMatching(messages, R"(NSFDbCopyNote error\. old notesid=\d+, sError is 582, czErrorMessage is .+\.\.\.)"));
     EXPECT_TRUE(NotesNamed(db, "Copy fails").empty());
 
-    EXPECT_TRUE(LoggedWithPrefix(messages, "Delete original dlp template error. notesid="));
+    EXPECT_TRUE(LoggedMatching(messages,
+                               R"(Delete original dlp template error\. notesid=\d+, sError is 582, czErrorMessage is .+\.\.\.)"));
     EXPECT_EQ(ItemText(NoteByUnid(db, deleteFails), "Version"), "old") << "left as it was";
     EXPECT_TRUE(NoteByUnid(db, deleteFailsNew).is_null());
 
     // Nothing is rolled back: the original is gone and the template's copy stays as copied.
-    EXPECT_TRUE(LoggedWithPrefix(messages, "NSFNoteUpdate error. sError is 582, czErrorMessage is "));
+    EXPECT_TRUE(LoggedMatching(messages, R"(NSFNoteUpdate error\. sError is 582, czErrorMessage is .+\.\.\.)"));
     EXPECT_TRUE(NoteByUnid(db, updateFails).is_null());
     EXPECT_EQ(ItemValue(NoteByUnid(db, updateFailsNew), "ReferDocs"), List({"NEW-REFERENCE"}));
 
-    EXPECT_TRUE(LoggedWithPrefix(messages, "NSFItemAppendTextList error. sError is 582, czErrorMessage is "));
+    EXPECT_TRUE(LoggedMatching(messages, R"(NSFItemAppendTextList error\. sError is 582, czErrorMessage is .+\.\.\.)"));
     EXPECT_TRUE(NoteByUnid(db, appendFails).is_null());
     EXPECT_EQ(ItemValue(NoteByUnid(db, appendFailsNew), "ReferDocs"), List({"NEW-REFERENCE"}));
 

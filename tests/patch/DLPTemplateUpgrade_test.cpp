@@ -47,23 +47,6 @@ TEST_F(DLPTemplateUpgradeTest, PredefinedDocumentIsRecreatedUnderItsOldUnidWithI
     EXPECT_EQ(m_nsf_ObsoleteUNIDMap, (std::map<std::string, std::string>{{kNewCard, kOldCard}}));
 }
 
-TEST_F(DLPTemplateUpgradeTest, PredefinedDocumentWithTheTemplatesUnidIsRecreatedWithoutObsoleteEntries) {
-    DlpDoc installed = Dictionary("Medical Terms", "True", "flu", kNewCard);
-    installed.lists = {{"ReferDocs", {kRule}}};
-    NOTEID before = ReadDoc(db_, AddDlpDoc(db_, installed)).id;
-    AddDlpDoc(template_, Dictionary("Medical Terms", "true", "flu;measles", kNewCard));
-
-    UpgradeDLPDocumentFromNTFtoNSF(template_, db_);
-
-    StoredDoc terms = ReadDoc(db_, kNewCard);
-    ASSERT_TRUE(terms.found);
-    EXPECT_NE(terms.id, before) << "deleted and copied in again";
-    EXPECT_EQ(terms.text("Keywords"), "flu;measles");
-    EXPECT_EQ(terms.list("ReferDocs"), (TextList{kRule}));
-    EXPECT_TRUE(m_nsf_ObsoleteUNIDSet.empty());
-    EXPECT_TRUE(m_nsf_ObsoleteUNIDMap.empty());
-}
-
 TEST_F(DLPTemplateUpgradeTest, AdministratorsDocumentsAreNeverTouchedWhateverTheirContent) {
     std::vector<std::string> unids;
     std::vector<NOTEID> ids;
@@ -122,13 +105,6 @@ TEST_F(DLPTemplateUpgradeTest, SecondTemplateDocumentOfANameReplacesTheFirstsCop
     EXPECT_EQ(docs[0].unid, first);
     EXPECT_EQ(ReadDoc(db_, first).text("Pattern"), "v2");
     EXPECT_EQ(m_nsf_ObsoleteUNIDMap, (std::map<std::string, std::string>{{second, first}}));
-}
-
-TEST_F(DLPTemplateUpgradeTest, MissingHandleChangesNothing) {
-    AddDlpDoc(template_, Dictionary("Anything", "true", "x"));
-    EXPECT_EQ(UpgradeDLPDocumentFromNTFtoNSF(NULLHANDLE, db_), NOERROR);
-    EXPECT_EQ(UpgradeDLPDocumentFromNTFtoNSF(template_, NULLHANDLE), NOERROR);
-    EXPECT_TRUE(DocsNamed(db_, "dictionary", "Anything").empty());
 }
 
 TEST_F(DLPTemplateUpgradeTest, NameMapKeepsTheFirstDocumentOfAName) {

@@ -1,9 +1,14 @@
 // The obsolete-reference cleanup in process: the reference lists of the DLP documents lose the
 // obsolete UNIDs, the template documents' rules get the replacing UNIDs, every rewritten list
 // comes back sorted without duplicates, and documents of other forms are never touched.
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
 #include "DlpTestSupport.h"
 
 using namespace patch_test;
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -92,16 +97,15 @@ TEST_F(CleanupTest, DocumentsOutsideTheSelectionsAreNeverTouched) {
 }
 
 TEST_F(CleanupTest, ListingsWriteTheCollectionsInOrder) {
-    std::string logFolder = DataFolder() + "/rpxtemp";
-    std::system(("rm -f '" + logFolder + "'/updrpx_*.dbg").c_str());
+    const fs::path logFolder = DataFolder() + "/rpxtemp";
+    for (const auto& entry : fs::directory_iterator(logFolder)) fs::remove(entry.path());
     OutputObsoleteSet(m_nsf_ObsoleteUNIDSet);
     OutputSet(m_nsf_ObsoleteUNIDMap);
     std::string log;
-    FILE* pipe = popen(("cat '" + logFolder + "'/updrpx_*.dbg").c_str(), "r");
-    ASSERT_NE(pipe, nullptr);
-    char buffer[512];
-    while (std::fgets(buffer, sizeof buffer, pipe)) log += buffer;
-    pclose(pipe);
+    for (const auto& entry : fs::directory_iterator(logFolder)) {
+        std::ifstream in(entry.path());
+        log.append(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
     std::vector<std::string> expected = {
         std::string("[module=1]:") + kGone1, std::string("[module=1]:") + kGone2,
         std::string("[module=1]:") + kOnlyInSet,
