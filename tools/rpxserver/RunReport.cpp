@@ -64,25 +64,21 @@ std::vector<std::string> DebugLogNames(const fs::path& tempFolder) {
 
 // ---- The debug log --------------------------------------------------------------------------
 
-struct DebugLine {
-    int level = -1;
-    std::string text;
-};
-
-// A line without the "[time][pid=..][tid=..][module=..]:" prefix continues the message before it.
-std::vector<DebugLine> ParseDebugLines(const std::string& text) {
-    static const std::regex prefix(R"(^\[[^\]]*\]\[pid=-?\d+\]\[tid=-?\d+\]\[module=([0-9a-f]+)\]:)");
-    std::vector<DebugLine> lines;
+// The messages of the debug log text: a line without the "[time][pid=..][tid=..][module=..]:"
+// prefix continues the message before it.
+std::vector<std::string> DebugMessages(const std::string& text) {
+    static const std::regex prefix(R"(^\[[^\]]*\]\[pid=-?\d+\]\[tid=-?\d+\]\[module=[0-9a-f]+\]:)");
+    std::vector<std::string> messages;
     for (const std::string& line : Lines(text)) {
         std::smatch match;
         if (std::regex_search(line, match, prefix))
-            lines.push_back({static_cast<int>(std::stol(match[1].str(), nullptr, 16)), match.suffix().str()});
-        else if (!lines.empty())
-            lines.back().text += line.empty() ? "" : "\n" + line;
+            messages.push_back(match.suffix().str());
+        else if (!messages.empty())
+            messages.back() += line.empty() ? "" : "\n" + line;
         else
-            lines.push_back({-1, line});
+            messages.push_back(line);
     }
-    return lines;
+    return messages;
 }
 
 // "...(path):(13ea)": the task's form for a failed step with its status.
@@ -92,15 +88,16 @@ bool EndsWithFailedStatus(const std::string& text) {
     return std::regex_search(text, match, status) && std::stoul(match[1].str(), nullptr, 16) != 0;
 }
 
-bool IsErrorLine(const DebugLine& line) {
-    std::string text = Lower(line.text);
-    return Has(text, "error") || Has(text, "fail") || Has(text, "cannot") || EndsWithFailedStatus(line.text);
+bool IsErrorLine(const std::string& message) {
+    std::string text = Lower(message);
+    return Has(text, "error") || Has(text, "fail") || Has(text, "cannot") || EndsWithFailedStatus(message);
 }
 
-// Waiting for a busy database (the task's level 0) and steps skipped on purpose.
-bool IsWarningLine(const DebugLine& line) {
-    std::string text = Lower(line.text);
-    return line.level == 0 || Has(text, "skip") || Has(text, "does not exist");
+// Waiting for a busy database and steps skipped on purpose. The level tells nothing here: the
+// task writes ordinary progress lines at level 0 too.
+bool IsWarningLine(const std::string& message) {
+    std::string text = Lower(message);
+    return Has(text, "in use") || Has(text, "waiting") || Has(text, "skip") || Has(text, "does not exist");
 }
 
 void AddDebugLog(const RunBaseline& baseline, Json& report) {
@@ -109,12 +106,12 @@ void AddDebugLog(const RunBaseline& baseline, Json& report) {
     for (const std::string& name : DebugLogNames(tempFolder)) {
         auto before = baseline.debugLogSizes.find(name);
         std::uintmax_t offset = before == baseline.debugLogSizes.end() ? 0 : before->second;
-        for (DebugLine& line : ParseDebugLines(TextAfter(tempFolder / name, offset))) {
-            while (!line.text.empty() && line.text.back() == '\n') line.text.pop_back();
-            if (IsErrorLine(line))
-                errors.push_back(line.text);
-            else if (IsWarningLine(line))
-                warnings.push_back(line.text);
+        for (std::string& message : DebugMessages(TextAfter(tempFolder / name, offset))) {
+            while (!message.empty() && message.back() == '\n') message.pop_back();
+            if (IsErrorLine(message))
+                errors.push_back(message);
+            else if (IsWarningLine(message))
+                warnings.push_back(message);
         }
     }
     report["errors"] = errors;
