@@ -128,6 +128,13 @@ TEST_F(AdminCommands, PreviewChangesNothingAndForetellsWhatTheRunThenDoes) {
     ASSERT_NE(policy, nullptr);
     EXPECT_EQ((*policy)["change"], "replaced");
     EXPECT_EQ(Entry(report, "databases", "rpxtemp"), nullptr);
+
+    // With --details the text shows the items of the notes that came and went.
+    fs::path again = MakeServer(PatchScenario(), "Details Server");
+    CommandResult details = Rpxserver({"preview", again.string(), "--module", UPDRPX_MODULE_PATH, "--details"});
+    EXPECT_EQ(details.exitCode, 0) << details.err;
+    EXPECT_NE(details.out.find("    rpx/rpmsg.nsf: replaced"), std::string::npos) << details.out;
+    EXPECT_NE(details.out.find("Marker: \"shipped\""), std::string::npos) << details.out;
     EXPECT_TRUE(ReadJson(root_ / "Bericht über Mail Sérver Ü.json")["errors"].size() > 0);
 }
 
@@ -177,6 +184,30 @@ TEST_F(AdminCommands, RestoreGivesBackTheDataOfBeforeTheRun) {
         EXPECT_EQ(ProductData(server), before);
         EXPECT_FALSE(fs::exists(server / "data/rpx/rpnew.nsf")) << "the database the patch created is gone";
     }
+}
+
+TEST_F(AdminCommands, RestoreWaitsForBusyDatabasesAndReportsTheOnesItCannotTakeOffline) {
+    Json scenario = PatchScenario();
+    scenario["server"]["busy"] = {{"rpx/rpmsg.nsf", 3}};  // every start of the server counts anew
+    fs::path server = MakeServer(scenario, "Busy Server");
+    auto before = ProductData(server);
+    ASSERT_EQ(Rpxserver({"run", server.string(), "--module", UPDRPX_MODULE_PATH, "--backup"}).exitCode, 0);
+    std::string stamp = fs::directory_iterator(server / "backup")->path().filename().string();
+    CommandResult restore = Rpxserver({"restore", server.string(), stamp});
+    EXPECT_EQ(restore.exitCode, 0) << restore.err;
+    EXPECT_EQ(ProductData(server), before);
+
+    ASSERT_EQ(Rpxserver({"run", server.string(), "--module", UPDRPX_MODULE_PATH, "--backup"}).exitCode, 0);
+    auto afterRun = ProductData(server);
+    WriteWholeFile(server / "server.json", R"({"clock": "virtual", "busy": {"rpx/rpency.nsf": "always"}})");
+    restore = Rpxserver({"restore", server.string(), stamp});
+    EXPECT_EQ(restore.exitCode, 1);
+    EXPECT_NE(restore.err.find("rpx/rpency.nsf: not restored, it cannot be taken offline"), std::string::npos)
+        << restore.err;
+    auto restored = ProductData(server);
+    EXPECT_EQ(restored["rpency.nsf"], afterRun["rpency.nsf"]) << "the busy database was left alone";
+    EXPECT_EQ(restored["rpmsg.nsf"], before["rpmsg.nsf"]) << "the others were restored";
+    EXPECT_FALSE(fs::exists(server / "data/rpx/rpnew.nsf"));
 }
 
 TEST_F(AdminCommands, RestoreRefusesABackupThatDoesNotFitAndChangesNothing) {
