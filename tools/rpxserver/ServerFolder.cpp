@@ -64,6 +64,23 @@ bool IsSkipped(const std::string& relative, const std::vector<std::string>& skip
     return false;
 }
 
+std::vector<std::string> FoldersBelow(const fs::path& folder, const std::vector<std::string>& skip) {
+    std::vector<std::string> folders;
+    std::error_code error;
+    if (!fs::is_directory(folder, error)) return folders;
+    fs::recursive_directory_iterator it(folder, error), end;
+    for (; !error && it != end; it.increment(error)) {
+        if (!it->is_directory(error)) continue;
+        std::string relative = it->path().lexically_relative(folder).generic_string();
+        if (IsSkipped(relative, skip))
+            it.disable_recursion_pending();
+        else
+            folders.push_back(relative);
+    }
+    if (error) throw ToolError(folder.string() + ": cannot be listed: " + error.message());
+    return folders;
+}
+
 }  // namespace
 
 ServerPaths ReadServerPaths(const std::string& serverDir) {
@@ -131,22 +148,6 @@ std::vector<std::string> FilesBelow(const fs::path& folder, const std::vector<st
     if (error) throw ToolError(folder.string() + ": cannot be listed: " + error.message());
     std::sort(files.begin(), files.end());
     return files;
-}
-
-std::vector<std::string> FoldersBelow(const fs::path& folder, const std::vector<std::string>& skip) {
-    std::vector<std::string> folders;
-    std::error_code error;
-    fs::recursive_directory_iterator it(folder, error), end;
-    for (; !error && it != end; it.increment(error)) {
-        if (!it->is_directory(error)) continue;
-        std::string relative = it->path().lexically_relative(folder).generic_string();
-        if (IsSkipped(relative, skip))
-            it.disable_recursion_pending();
-        else
-            folders.push_back(relative);
-    }
-    if (error) throw ToolError(folder.string() + ": cannot be listed: " + error.message());
-    return folders;
 }
 
 void CopyFiles(const fs::path& from, const fs::path& to, const std::vector<std::string>& skip) {
