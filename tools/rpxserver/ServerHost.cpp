@@ -1,6 +1,8 @@
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -18,36 +20,22 @@ namespace {
 
 using TaskEntry = STATUS(LNPUBLIC*)(void);
 
-// The emulated platform started as the server of a server folder, stopped at scope exit.
-class ServerSession {
-public:
-    explicit ServerSession(const std::string& serverDir) {
-        std::string ini = nsfdb::AbsolutePath(serverDir) + "/notes.ini";
-        if (!std::ifstream(ini))
-            throw HostError(kExitServerStart,
-                            ini + ": cannot read notes.ini (make a server folder with \"rpxserver init\")");
-        std::string argument = "=" + ini;
-        std::vector<char> program{'r', 'p', 'x', 's', 'e', 'r', 'v', 'e', 'r', '\0'};
-        std::vector<char> iniArgument(argument.begin(), argument.end());
-        iniArgument.push_back('\0');
-        char* argv[] = {program.data(), iniArgument.data(), nullptr};
-        STATUS status = NotesInitExtended(2, argv);
-        if (status != NOERROR)
-            throw HostError(kExitServerStart,
-                            "cannot start the server from " + ini + ": " + nsfdb::StatusText(status));
-        EmuConsoleEcho(TRUE);
-    }
-    ~ServerSession() {
-        std::fflush(stdout);
-        NotesTerm();
-    }
-    ServerSession(const ServerSession&) = delete;
-    ServerSession& operator=(const ServerSession&) = delete;
-};
-
 bool IsRegularFile(const std::string& path) {
     struct stat st;
     return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
+// Strings a module handed to putenv are part of the environment until replaced; once the
+// module is unloaded they would dangle and the next getenv would read freed memory. setenv
+// puts copies of its own in their place.
+void CopyEnvironmentOutOfModule() {
+    std::vector<std::string> entries;
+    for (char** entry = environ; entry && *entry; ++entry) entries.emplace_back(*entry);
+    for (const std::string& entry : entries) {
+        size_t equals = entry.find('=');
+        if (equals != std::string::npos && equals > 0)
+            ::setenv(entry.substr(0, equals).c_str(), entry.c_str() + equals + 1, 1);
+    }
 }
 
 // A loaded task module, freed at scope exit.
@@ -68,7 +56,10 @@ public:
         }
         throw HostError(kExitNoModule, path + ": cannot load the task module (the loader's message is above)");
     }
-    ~TaskModule() { RPXFreeLibrary(handle_); }
+    ~TaskModule() {
+        CopyEnvironmentOutOfModule();
+        RPXFreeLibrary(handle_);
+    }
     TaskModule(const TaskModule&) = delete;
     TaskModule& operator=(const TaskModule&) = delete;
 
@@ -79,18 +70,21 @@ private:
     TaskEntry entry_ = nullptr;
 };
 
-void LNCALLBACK ReportHandleLine(const char* line, void* /*ctx*/) {
-    std::cerr << "rpxserver:   " << (line ? line : "") << '\n';
+void LNCALLBACK KeepHandleLine(const char* line, void* ctx) {
+    static_cast<std::vector<std::string>*>(ctx)->push_back(line ? line : "");
 }
 
-void ReportOpenHandles() {
+std::vector<std::string> ReportOpenHandles() {
+    std::vector<std::string> lines;
     DWORD count = EmuOpenHandleCount();
     if (count == 0) {
         std::cerr << "rpxserver: no handles left open at task exit\n";
-        return;
+        return lines;
     }
     std::cerr << "rpxserver: " << count << (count == 1 ? " handle" : " handles") << " left open at task exit:\n";
-    EmuOpenHandleReport(ReportHandleLine, nullptr);
+    EmuOpenHandleReport(KeepHandleLine, &lines);
+    for (const std::string& line : lines) std::cerr << "rpxserver:   " << line << '\n';
+    return lines;
 }
 
 int ExitStatusOf(STATUS status) {
@@ -104,14 +98,41 @@ int ExitStatusOf(STATUS status) {
 
 }  // namespace
 
-int RunTask(const std::string& serverDir, const std::string& modulePath) {
+ServerSession::ServerSession(const std::string& serverDir) {
+    std::string ini = nsfdb::AbsolutePath(serverDir) + "/notes.ini";
+    if (!std::ifstream(ini))
+        throw HostError(kExitServerStart,
+                        ini + ": cannot read notes.ini (make a server folder with \"rpxserver init\")");
+    std::string argument = "=" + ini;
+    std::vector<char> program{'r', 'p', 'x', 's', 'e', 'r', 'v', 'e', 'r', '\0'};
+    std::vector<char> iniArgument(argument.begin(), argument.end());
+    iniArgument.push_back('\0');
+    char* argv[] = {program.data(), iniArgument.data(), nullptr};
+    STATUS status = NotesInitExtended(2, argv);
+    if (status != NOERROR)
+        throw HostError(kExitServerStart,
+                        "cannot start the server from " + ini + ": " + nsfdb::StatusText(status));
+    EmuConsoleEcho(TRUE);
+}
+
+ServerSession::~ServerSession() {
+    std::fflush(stdout);
+    NotesTerm();
+}
+
+int RunTask(const std::string& serverDir, const std::string& modulePath, TaskOutcome* outcome) {
     ServerSession server(serverDir);
     std::string path = nsfdb::AbsolutePath(modulePath);
     TaskModule module(path);
     std::cerr << "rpxserver: running MainEntryPoint of " << path << '\n';
     STATUS status = module.Run();
     std::fflush(stdout);
-    ReportOpenHandles();
+    std::vector<std::string> openHandles = ReportOpenHandles();
+    if (outcome) {
+        outcome->status = status;
+        outcome->statusText = status == NOERROR ? "" : nsfdb::StatusText(status);
+        outcome->openHandles = openHandles;
+    }
     return ExitStatusOf(status);
 }
 

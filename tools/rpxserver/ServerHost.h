@@ -5,6 +5,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace rpxserver {
 
@@ -28,10 +29,29 @@ private:
     int exitCode_;
 };
 
+// The emulated platform started as the server of a server folder (its notes.ini and
+// server.json), with the console shown on standard output; stopped at scope exit.
+// Throws HostError(kExitServerStart).
+class ServerSession {
+public:
+    explicit ServerSession(const std::string& serverDir);
+    ~ServerSession();
+    ServerSession(const ServerSession&) = delete;
+    ServerSession& operator=(const ServerSession&) = delete;
+};
+
+// What the task left when it returned: its status and the handles it left open.
+struct TaskOutcome {
+    unsigned status = 0;
+    std::string statusText;
+    std::vector<std::string> openHandles;  // one line per handle, as the platform reports it
+};
+
 // Loads modulePath with the product's library loader, calls its MainEntryPoint on the
 // server of serverDir with the console shown on standard output, reports the handles left
-// open, and returns the exit status for the task's status. Throws HostError.
-int RunTask(const std::string& serverDir, const std::string& modulePath);
+// open, and returns the exit status for the task's status. Fills outcome when given.
+// Throws HostError.
+int RunTask(const std::string& serverDir, const std::string& modulePath, TaskOutcome* outcome = nullptr);
 
 // Runs one console command (native text) on the server of serverDir, the console shown on
 // standard output. kExitOk when the server took it, else kExitFailed. Throws HostError.

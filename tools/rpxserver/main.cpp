@@ -11,8 +11,11 @@
 #include "NotesSession.h"
 #include "Scenario.h"
 #include "ServerDump.h"
+#include "RunReport.h"
+#include "ServerBackup.h"
 #include "ServerHost.h"
 #include "ServerInit.h"
+#include "ServerPreview.h"
 
 namespace rpxserver {
 namespace {
@@ -30,7 +33,12 @@ const char* const kToolHelp =
     "\n"
     "Commands:\n"
     "  init SCENARIO.json DIR       make the server folder DIR from a scenario\n"
-    "  run DIR [--module PATH]      run a task module's MainEntryPoint on the server DIR\n"
+    "  run DIR [--module PATH] [--report FILE] [--backup] [--details]\n"
+    "                               run a task module's MainEntryPoint on the server DIR; keep the\n"
+    "                               product's files first (--backup), report what changed (--report)\n"
+    "  preview DIR [--module PATH] [--details] [--json]\n"
+    "                               show what a run would change, from a run on a copy of DIR\n"
+    "  restore DIR TIMESTAMP        put back the files a \"run --backup\" kept in DIR/backup/TIMESTAMP\n"
     "  console DIR \"COMMAND\"        run one console command on the server DIR\n"
     "  dump DIR                     show the server DIR: settings, files and databases\n"
     "\n"
@@ -38,7 +46,10 @@ const char* const kToolHelp =
     "Exit status:\n"
     "  0    done (run: the task returned 0)\n"
     "  1    init: the scenario was refused; console: the server did not take the command;\n"
-    "       dump: DIR is not a server folder\n"
+    "       dump: DIR is not a server folder; preview: the copy could not be made or run;\n"
+    "       restore: the backup was refused or not everything was restored;\n"
+    "       run: the backup or the report could not be made (the task does not run without\n"
+    "       its backup)\n"
     "  1-99 run: the task's status; 100: a status of 100 or more (printed on standard error)\n"
     "  120  wrong arguments\n"
     "  121  the server did not start (notes.ini missing, empty, not native text or without\n"
@@ -79,7 +90,7 @@ const char* const kInitHelp =
     "On any error nothing is left behind (exit 1).\n";
 
 const char* const kRunHelp =
-    "Usage: rpxserver run DIR [--module PATH]\n"
+    "Usage: rpxserver run DIR [--module PATH] [--report FILE] [--backup] [--details]\n"
     "\n"
     "Starts the emulated server from DIR/notes.ini (and DIR/server.json), loads the task module\n"
     "PATH with the product's library loader and calls its MainEntryPoint. Console lines are\n"
@@ -87,6 +98,48 @@ const char* const kRunHelp =
     "the handles it left open and its status are reported on standard error, and rpxserver exits\n"
     "with the task's status (see \"rpxserver --help\").\n"
     "The default module is the built libupdrpx.so";
+
+std::string ModuleHelp() {
+    return kDefaultModule ? std::string(": ") + kDefaultModule + "\n" : " (not part of this build: give --module)\n";
+}
+
+const char* const kRunAdminHelp =
+    "\n"
+    "  --backup         before the task, keep every file of the product's folder DIR/data/rpx\n"
+    "                   (what the patch replaces, converts, stamps and signs) and the list of the\n"
+    "                   databases the patch's settings name that do not exist yet, in\n"
+    "                   DIR/backup/TIMESTAMP/ (TIMESTAMP: YYYYMMDD-HHMMSS, UTC). Put it back with\n"
+    "                   \"rpxserver restore\". The task does not run when the backup fails.\n"
+    "  --report FILE    after the task, write FILE, a JSON document: serverFolder, serverName,\n"
+    "                   dataFolder, module, started, ended (UTC), patchBuild, status, statusText,\n"
+    "                   errors and warnings (the debug log's lines of this run), consoleCommands,\n"
+    "                   databases and files of the data folder created, deleted, replaced (named\n"
+    "                   in the patch's settings) or changed, each database with its note counts\n"
+    "                   (before, after, added, removed, changed) and its other changes, and\n"
+    "                   handlesLeftOpen. The same is printed as a summary at the end.\n"
+    "  --details        with --report: each changed database's item-level differences too.\n";
+
+const char* const kPreviewHelp =
+    "Usage: rpxserver preview DIR [--module PATH] [--details] [--json]\n"
+    "\n"
+    "Shows what \"rpxserver run DIR\" would do, without changing anything in DIR: DIR (all but\n"
+    "DIR/backup) is copied to a temporary folder, its notes.ini pointed at the copy, the task run\n"
+    "there with a report (see \"rpxserver run --help\"), and the report shown with the copy's paths\n"
+    "written as DIR's: databases replaced, created, deleted or changed with their note counts,\n"
+    "console commands sent, the debug log's errors and warnings, the task's status.\n"
+    "The data folder and the install folder must lie in DIR. The copy is removed afterwards.\n"
+    "  --module PATH    the task module (default: as for run)\n"
+    "  --details        the item-level differences of each changed database (as \"nsfdb diff\")\n"
+    "  --json           one JSON document, the form of \"run --report\" with \"preview\": true\n";
+
+const char* const kRestoreHelp =
+    "Usage: rpxserver restore DIR TIMESTAMP\n"
+    "\n"
+    "Puts back the files that \"rpxserver run DIR --backup\" kept in DIR/backup/TIMESTAMP/: each\n"
+    "database is taken offline (retried while in use, as the patch task does), replaced and\n"
+    "brought online again; plain files are replaced; databases the patch created are removed.\n"
+    "A backup made on another server (another ServerName or data folder) or an incomplete one is\n"
+    "refused with nothing changed. Exit status 0 when everything was restored, else 1.\n";
 
 const char* const kConsoleHelp =
     "Usage: rpxserver console DIR \"COMMAND\"\n"
@@ -113,9 +166,7 @@ bool WantsHelp(const std::vector<std::string>& args) {
 }
 
 std::string RunHelp() {
-    std::string help = kRunHelp;
-    help += kDefaultModule ? std::string(": ") + kDefaultModule + "\n" : " (not part of this build: give --module)\n";
-    return help;
+    return std::string(kRunHelp) + ModuleHelp() + kRunAdminHelp;
 }
 
 int Usage(const std::string& problem, const std::string& help) {
@@ -146,20 +197,61 @@ int Init(const std::vector<std::string>& args) {
     return kExitOk;
 }
 
-int Run(const std::vector<std::string>& args) {
+// The options of run and preview; the one positional argument, DIR, in dir.
+struct RunArguments {
+    std::string dir, module = kDefaultModule ? kDefaultModule : "", report;
+    bool backup = false, details = false, json = false;
+};
+
+// "" when the arguments are good, else the problem.
+std::string ParseRunArguments(const std::vector<std::string>& args, bool preview, RunArguments& parsed) {
     std::vector<std::string> positional;
-    std::string module = kDefaultModule ? kDefaultModule : "";
     for (size_t i = 0; i < args.size(); ++i) {
-        if (args[i] == "--module") {
-            if (i + 1 == args.size()) return Usage("--module needs a PATH", RunHelp());
-            module = args[++i];
+        const std::string& arg = args[i];
+        bool hasValue = i + 1 < args.size();
+        if (arg == "--module" || (arg == "--report" && !preview)) {
+            if (!hasValue) return arg + " needs a " + (arg == "--module" ? "PATH" : "FILE");
+            (arg == "--module" ? parsed.module : parsed.report) = args[++i];
+        } else if (arg == "--backup" && !preview) {
+            parsed.backup = true;
+        } else if (arg == "--details") {
+            parsed.details = true;
+        } else if (arg == "--json" && preview) {
+            parsed.json = true;
+        } else if (arg.rfind("--", 0) == 0) {
+            return "unknown option " + arg;
         } else {
-            positional.push_back(args[i]);
+            positional.push_back(arg);
         }
     }
-    if (positional.size() != 1) return Usage("run takes one server folder DIR", RunHelp());
-    if (module.empty()) return Usage("this build has no default task module: give --module PATH", RunHelp());
-    return RunTask(positional[0], module);
+    if (positional.size() != 1) return std::string(preview ? "preview" : "run") + " takes one server folder DIR";
+    if (parsed.module.empty()) return "this build has no default task module: give --module PATH";
+    if (parsed.details && parsed.report.empty() && !preview) return "--details goes with --report";
+    parsed.dir = positional[0];
+    return "";
+}
+
+int Run(const std::vector<std::string>& args) {
+    RunArguments run;
+    std::string problem = ParseRunArguments(args, false, run);
+    if (!problem.empty()) return Usage(problem, RunHelp());
+    if (!run.backup && run.report.empty()) return RunTask(run.dir, run.module);
+    ServerPaths server = ReadServerPaths(run.dir);
+    if (run.backup) MakeBackup(server, std::cerr);
+    if (run.report.empty()) return RunTask(run.dir, run.module);
+    return RunWithReport(server, run.module, run.report, run.details);
+}
+
+int Preview(const std::vector<std::string>& args) {
+    RunArguments preview;
+    std::string problem = ParseRunArguments(args, true, preview);
+    if (!problem.empty()) return Usage(problem, kPreviewHelp);
+    return PreviewRun(preview.dir, {preview.module, preview.details, preview.json}, std::cout);
+}
+
+int Restore(const std::vector<std::string>& args) {
+    if (args.size() != 2) return Usage("restore takes DIR and the TIMESTAMP of a backup", kRestoreHelp);
+    return RestoreBackup(args[0], args[1], std::cout, std::cerr);
 }
 
 int Console(const std::vector<std::string>& args) {
@@ -183,6 +275,8 @@ struct Command {
 
 const Command kCommands[] = {{"init", Init, [] { return std::string(kInitHelp); }},
                              {"run", Run, RunHelp},
+                             {"preview", Preview, [] { return std::string(kPreviewHelp) + "The default module" + ModuleHelp(); }},
+                             {"restore", Restore, [] { return std::string(kRestoreHelp); }},
                              {"console", Console, [] { return std::string(kConsoleHelp); }},
                              {"dump", Dump, [] { return std::string(kDumpHelp); }}};
 
