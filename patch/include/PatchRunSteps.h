@@ -53,10 +53,15 @@ struct ItemPaths {
 // True when the database build is below the patch's; otherwise logs why nothing is done.
 bool PatchApplies(const PatchSetting& setting);
 
-// Fills both folders. False, after "Cannot get the latest path!", without an install folder.
+// Fills both folders. False, after "Cannot get the latest path!", without an install folder, and
+// false when ReadDataDirectory fails.
 bool GetDriverFolders(DriverFolders& folders);
 
-// A plain file name: not empty, not "." or "..", no "/" or "\".
+// The notes.ini setting "Directory" as native text into directory (size bytes). False, after a
+// debug line and a console line, when it is missing, empty or names no existing folder.
+bool ReadDataDirectory(char* directory, size_t size);
+
+// A plain file name: not empty, not "." or "..", no "/" or "\", no wildcard "*" or "?".
 bool IsBareFileName(const std::string& name);
 
 // Builds the three texts of name. False, after a debug line, for a name that is not a bare file

@@ -125,6 +125,8 @@ STATUS UpdateDatabase(PatchSetting& setting) {
 
     DriverFolders folders;
     if (!GetDriverFolders(folders)) return 1;
+    // Before the walk: every replaced database receives the pattern database's ACL.
+    RestoreInterruptedRpencyRebuild();
     STATUS status = WalkDatabases(folders, setting);
     if (status != NOERROR) return status;
     FinishPatch(setting);

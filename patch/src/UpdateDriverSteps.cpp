@@ -1,8 +1,12 @@
 // The steps of the update driver that link without the server: applicability, the folders and
-// paths of the walk, the DLP file, the pattern database's ACL, the copy, the template's build
+// paths of the walk (a missing data directory is also reported on the console), the DLP file, the pattern database's ACL, the copy, the template's build
 // stamp and the conversion command.
+#include <sys/stat.h>
+
 #include <cstring>
 
+#include "global.h"
+#include "addin.h"
 #include "nsfdb.h"
 #include "nsfnote.h"
 #include "osenv.h"
@@ -49,19 +53,34 @@ bool GetDriverFolders(DriverFolders& folders) {
         LogDebugMessage(1, "Cannot get the latest path!");
         return false;
     }
-    char lmbcsDirectory[MAXPATH] = "";
-    OSGetEnvironmentString("Directory", lmbcsDirectory, sizeof lmbcsDirectory - 1);  // unchecked
     char directory[MAXPATH] = "";
-    WORD length = OSTranslate(OS_TRANSLATE_LMBCS_TO_NATIVE, lmbcsDirectory, MAXWORD, directory,
-                              sizeof directory - 1);
-    directory[length < sizeof directory ? length : sizeof directory - 1] = '\0';
+    if (!ReadDataDirectory(directory, sizeof directory)) return false;
     rk_snprintf(folders.productFolder, sizeof folders.productFolder, "%s/rpx", directory);
     return true;
 }
 
+bool ReadDataDirectory(char* directory, size_t size) {
+    char lmbcsDirectory[MAXPATH] = "";
+    bool found = OSGetEnvironmentString("Directory", lmbcsDirectory, sizeof lmbcsDirectory - 1);
+    lmbcsDirectory[sizeof lmbcsDirectory - 1] = '\0';
+    directory[0] = '\0';
+    if (found && lmbcsDirectory[0] != '\0') {
+        WORD length = OSTranslate(OS_TRANSLATE_LMBCS_TO_NATIVE, lmbcsDirectory, MAXWORD, directory,
+                                  static_cast<WORD>(size - 1));
+        directory[length < size ? length : size - 1] = '\0';
+    }
+    struct stat info;
+    if (directory[0] != '\0' && stat(directory, &info) == 0 && S_ISDIR(info.st_mode)) return true;
+    // Without it every copy would be aimed at a path built from an empty or wrong folder.
+    LogDebugMessage(1, "Cannot get the data directory, the notes.ini setting Directory is missing or no folder. (%s)",
+                    directory);
+    AddInLogMessageText((char*)"updrpx: %s", NOERROR,
+                        "The patch stops: the notes.ini setting Directory is missing or names no folder");
+    return false;
+}
+
 bool IsBareFileName(const std::string& name) {
-    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
-           name.find('\\') == std::string::npos;
+    return !name.empty() && name != "." && name != ".." && name.find_first_of("/\\*?") == std::string::npos;
 }
 
 bool BuildItemPaths(const DriverFolders& folders, const std::string& name, ItemPaths& paths) {

@@ -1,6 +1,11 @@
 // The update driver's steps that link without the server, against the emulated platform:
 // applicability and the item paths, with the refusal of names that are no plain file name.
+#include <fstream>
+#include <sstream>
 #include <string>
+
+#include "global.h"
+#include "osenv.h"
 
 #include "PatchRunSteps.h"
 #include "PatchRunTestSupport.h"
@@ -37,7 +42,8 @@ TEST_F(UpdateDriverStepsTest, ItemPathsOfPlainNamesOnly) {
     EXPECT_STREQ(paths.source, (install + "/rpmsg.nsf").c_str());
     EXPECT_TRUE(BuildItemPaths(folders, "..rp conf.ntf ", paths));
 
-    for (const char* name : {"", ".", "..", "../rpmsg.nsf", "sub/rpmsg.nsf", "..\\rpmsg.nsf", "/etc/passwd"}) {
+    for (const char* name : {"", ".", "..", "../rpmsg.nsf", "sub/rpmsg.nsf", "..\\rpmsg.nsf", "/etc/passwd", "*.nsf",
+                             "rp?sg.nsf", "*"}) {
         EXPECT_FALSE(BuildItemPaths(folders, name, paths)) << name;
         EXPECT_TRUE(Logged(std::string("Skip the database entry, it is not a plain file name. (") + name + ")"))
             << name;
@@ -55,4 +61,39 @@ TEST_F(UpdateDriverStepsTest, ConvertCommandNamesTheDatabaseOfTheTemplate) {
     EXPECT_STREQ(command, "load convert rpx/a.nsf * rpx/a.ntf.b.ntf") << "cut at the first .ntf";
     char small[20];
     EXPECT_FALSE(BuildConvertCommand("rpvlog.ntf", small, sizeof small));
+}
+
+namespace {
+
+std::string ConsoleText() {
+    std::ifstream in(ServerFolder() + "/console.log");
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+const char kNoDataDirectory[] = "The patch stops: the notes.ini setting Directory is missing or names no folder";
+
+}  // namespace
+
+TEST_F(UpdateDriverStepsTest, NoDataDirectoryStopsTheWalkWithADebugAndAConsoleLine) {
+    MakeProgramFolder("V5.6.1.3100");
+    DriverFolders folders;
+    ASSERT_TRUE(GetDriverFolders(folders));
+    EXPECT_EQ(std::string(folders.productFolder), DataFolder() + "/rpx");
+
+    std::string missing = ServerFolder() + "/no-such-folder";
+    OSSetEnvironmentVariable("Directory", missing.c_str());
+    EXPECT_FALSE(GetDriverFolders(folders));
+    // The debug log lives in the data directory too: only the console can tell.
+    EXPECT_NE(ConsoleText().find(kNoDataDirectory), std::string::npos);
+
+    OSSetEnvironmentVariable("Directory", (DataFolder() + "/rpxtemp/updrpx.dbg").c_str());
+    WriteFile(DataFolder() + "/rpxtemp/updrpx.dbg", "a file, not a folder");
+    EXPECT_FALSE(GetDriverFolders(folders));
+
+    RestartWithoutSetting("Directory");
+    size_t before = ConsoleText().size();
+    EXPECT_FALSE(GetDriverFolders(folders));
+    EXPECT_NE(ConsoleText().find(kNoDataDirectory, before), std::string::npos);
 }
