@@ -2,6 +2,9 @@
 // tasks of the stand-in server, and the call guard that injects the faults.
 #include <nlohmann/json.hpp>
 
+#include <signal.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstring>
@@ -80,12 +83,38 @@ bool ReadBusy(const Json& root, ServerSettings& out, std::string& error) {
 	return true;
 }
 
+bool ReadFaultAction(const Json& item, FaultRule& rule, std::string& error) {
+	if (!item.contains("action")) return true;
+	if (item["action"] == "kill") {
+		rule.kill = true;
+		return true;
+	}
+	if (item["action"] == "fail") return true;
+	error = "fault of " + rule.call + ": \"action\" must be \"fail\" or \"kill\"";
+	return false;
+}
+
+bool ReadFaultLimits(const Json& item, FaultRule& rule, std::string& error) {
+	if (item.contains("count") && (!ParseCount(item["count"], rule.remaining) || rule.remaining == 0)) {
+		error = "fault of " + rule.call + ": \"count\" must be a positive number or \"always\"";
+		return false;
+	}
+	if (item.contains("after") && (!item["after"].is_number_integer() || item["after"].get<long>() < 0)) {
+		error = "fault of " + rule.call + ": \"after\" must be a number of calls (0 or more)";
+		return false;
+	}
+	rule.after = item.value("after", 0L);
+	return true;
+}
+
 bool ReadFault(const Json& item, FaultRule& rule, std::string& error) {
 	if (!item.is_object() || !item.contains("call") || !item["call"].is_string() || item["call"] == "") {
 		error = "a fault needs \"call\", the name of an API function";
 		return false;
 	}
 	rule.call = item["call"].get<std::string>();
+	if (!ReadFaultAction(item, rule, error)) return false;
+	if (rule.kill && !item.contains("status")) return ReadFaultLimits(item, rule, error);
 	if (!item.contains("status") || !item["status"].is_number_integer() || item["status"].get<long>() <= 0 ||
 	    item["status"].get<long>() > 0xFFFF) {
 		error = "fault of " + rule.call + ": \"status\" must be a status code (1..65535)";
@@ -106,11 +135,7 @@ bool ReadFault(const Json& item, FaultRule& rule, std::string& error) {
 		}
 		rule.hasUnid = true;
 	}
-	if (item.contains("count") && (!ParseCount(item["count"], rule.remaining) || rule.remaining == 0)) {
-		error = "fault of " + rule.call + ": \"count\" must be a positive number or \"always\"";
-		return false;
-	}
-	return true;
+	return ReadFaultLimits(item, rule, error);
 }
 
 bool ReadFaults(const Json& root, ServerSettings& out, std::string& error) {
@@ -169,10 +194,19 @@ bool ReadTasks(const Json& root, ServerSettings& out, std::string& error) {
 }
 
 bool Matches(const FaultRule& rule, const char* call, const std::string& dbPath, const UNID* unid) {
-	if (rule.remaining == 0 || rule.call != call) return false;
+	if (rule.remaining == 0 || (rule.call != "*" && rule.call != call)) return false;
 	if (!rule.pathKey.empty() && (dbPath.empty() || DatabaseKey(dbPath) != rule.pathKey)) return false;
 	if (rule.hasUnid && (!unid || std::memcmp(unid, &rule.unid, sizeof(UNID)) != 0)) return false;
 	return true;
+}
+
+// Ends the process at once, as a server operator's kill -9 would: no handler, no flush.
+[[noreturn]] void KillProcess(const char* call) {
+	std::string line = "libnotes: killed at " + std::string(call) + " by a server.json fault\n";
+	ssize_t ignored = ::write(STDERR_FILENO, line.data(), line.size());
+	(void)ignored;
+	::kill(::getpid(), SIGKILL);
+	::_exit(137);
 }
 
 }  // namespace
@@ -221,10 +255,16 @@ bool HeldByTask(const std::string& filePath) {
 	return std::find(task.holdKeys.begin(), task.holdKeys.end(), key) != task.holdKeys.end();
 }
 
-// The first fault that matches fails the call and uses up one of its count.
+// The first fault that matches (past its "after" calls) fails the call and uses up one of its
+// count, or kills the process.
 STATUS CheckCall(const char* call, const std::string& dbPath, const UNID* unid) {
 	for (FaultRule& rule : Current().faults) {
 		if (!Matches(rule, call, dbPath, unid)) continue;
+		if (rule.after > 0) {
+			--rule.after;
+			continue;
+		}
+		if (rule.kill) KillProcess(call);
 		if (rule.remaining > 0) --rule.remaining;
 		return rule.status;
 	}
