@@ -114,13 +114,13 @@ bool ReadFault(const Json& item, FaultRule& rule, std::string& error) {
 	}
 	rule.call = item["call"].get<std::string>();
 	if (!ReadFaultAction(item, rule, error)) return false;
-	if (rule.kill && !item.contains("status")) return ReadFaultLimits(item, rule, error);
-	if (!item.contains("status") || !item["status"].is_number_integer() || item["status"].get<long>() <= 0 ||
-	    item["status"].get<long>() > 0xFFFF) {
+	bool statusNeeded = !rule.kill || item.contains("status");  // a kill returns no status
+	if (statusNeeded && (!item.contains("status") || !item["status"].is_number_integer() ||
+	                     item["status"].get<long>() <= 0 || item["status"].get<long>() > 0xFFFF)) {
 		error = "fault of " + rule.call + ": \"status\" must be a status code (1..65535)";
 		return false;
 	}
-	rule.status = static_cast<STATUS>(item["status"].get<long>());
+	if (statusNeeded) rule.status = static_cast<STATUS>(item["status"].get<long>());
 	if (item.contains("path")) {
 		if (!item["path"].is_string()) {
 			error = "fault of " + rule.call + ": \"path\" must be text";
