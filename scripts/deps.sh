@@ -1,10 +1,15 @@
 #!/usr/bin/env bash
 # Installs the build and test dependencies on Debian, only those that are missing.
+# With the argument "fuzz" also what the fuzz targets need.
 set -euo pipefail
 
 packages=(build-essential cmake ninja-build pkg-config
           libgtest-dev libgmock-dev libbenchmark-dev
           libsqlite3-dev sqlite3 libicu-dev nlohmann-json3-dev)
+# "deps.sh fuzz": also clang and its runtime libraries, which hold libFuzzer.
+if [ "${1:-}" = fuzz ]; then
+  packages+=(clang libclang-rt-dev)
+fi
 
 missing=()
 for p in "${packages[@]}"; do

@@ -112,6 +112,10 @@ void StampHelpNotes(const char* notesPath);
 // Returns 0 when nothing had to be done or the rebuild succeeded, else the failing status.
 STATUS UpdateRpency();
 
+// Puts back a pattern database that a rebuild kept in the temp folder and did not finish (the
+// task was killed): the copy is there only while a rebuild is under way.
+void RestoreInterruptedRpencyRebuild();
+
 // Sets PatternSearchParam::oldFormat when a matched document's "InternalPVer" has no ".".
 STATUS LNCALLBACK CheckPatternVersionFormat(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary);
 

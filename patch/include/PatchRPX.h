@@ -10,6 +10,8 @@
 #include "nsfdata.h"
 #include "nsfsearc.h"
 
+#include "RkFormat.h"
+
 // The settings of one patch run; lives on MainEntryPoint's stack for the whole run.
 struct PatchSetting {
     std::string reserved1;              // never filled, kept as part of the record
@@ -63,5 +65,12 @@ STATUS UpdateDatabase(PatchSetting& setting);
 // numberTheWaits), waits a second and tries again, at most 60 attempts in all. Returns the last
 // status.
 STATUS TakeDatabaseOfflineWhenFree(const char* notesPath, DWORD options, bool numberTheWaits);
+
+// rk_snprintf that tells whether the whole text fitted.
+template <typename... Args>
+bool FormatFits(char* out, size_t size, const char* format, Args... args) {
+    int needed = rk_snprintf(out, size, format, args...);
+    return needed >= 0 && static_cast<size_t>(needed) < size;
+}
 
 #endif

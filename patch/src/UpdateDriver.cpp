@@ -9,6 +9,7 @@
 #include "osmem.h"
 #include "osmisc.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -49,13 +50,6 @@ struct ItemPaths {
     char source[kFilePathSize];   // installFolder + "/" + name, the new file
 };
 
-// rk_snprintf that tells whether the whole text fitted.
-template <typename... Args>
-bool FormatFits(char* out, size_t size, const char* format, Args... args) {
-    int needed = rk_snprintf(out, size, format, args...);
-    return needed >= 0 && static_cast<size_t>(needed) < size;
-}
-
 bool PatchApplies(const PatchSetting& setting) {
     if (setting.runningDbBuild < setting.patchBuild) return true;
     // Prints the product build, not the database build that was compared: the line is part of the
@@ -65,29 +59,48 @@ bool PatchApplies(const PatchSetting& setting) {
     return false;
 }
 
+// The notes.ini setting "Directory" as native text. False, after a debug line and a console line,
+// when it is missing, empty or names no folder: every copy would then be aimed at a path built
+// from an empty or wrong folder.
+bool ReadDataDirectory(char* directory, size_t size) {
+    char lmbcsDirectory[MAXPATH] = "";
+    bool found = OSGetEnvironmentString("Directory", lmbcsDirectory, sizeof lmbcsDirectory - 1);
+    lmbcsDirectory[sizeof lmbcsDirectory - 1] = '\0';
+    directory[0] = '\0';
+    if (found && lmbcsDirectory[0] != '\0') {
+        WORD length = OSTranslate(OS_TRANSLATE_LMBCS_TO_NATIVE, lmbcsDirectory, MAXWORD, directory,
+                                  static_cast<WORD>(size - 1));
+        directory[length < size ? length : size - 1] = '\0';
+    }
+    struct stat info;
+    if (directory[0] != '\0' && stat(directory, &info) == 0 && S_ISDIR(info.st_mode)) return true;
+    LogDebugMessage(1, "Cannot get the data directory, the notes.ini setting Directory is missing or no folder. (%s)",
+                    directory);
+    AddInLogMessageText((char*)"updrpx: %s", NOERROR,
+                        "The patch stops: the notes.ini setting Directory is missing or names no folder");
+    return false;
+}
+
 bool GetDriverFolders(DriverFolders& folders) {
     if (!GetProgramFolder(folders.installFolder)) return false;
-    char lmbcsDirectory[MAXPATH] = "";
-    OSGetEnvironmentString("Directory", lmbcsDirectory, sizeof lmbcsDirectory - 1);  // unchecked
     char directory[MAXPATH] = "";
-    WORD length = OSTranslate(OS_TRANSLATE_LMBCS_TO_NATIVE, lmbcsDirectory, MAXWORD, directory,
-                              sizeof directory - 1);
-    directory[length < sizeof directory ? length : sizeof directory - 1] = '\0';
+    if (!ReadDataDirectory(directory, sizeof directory)) return false;
     rk_snprintf(folders.productFolder, sizeof folders.productFolder, "%s/rpx", directory);
     return true;
 }
 
-// A name that would lead out of the product folder: "..", or one holding "/" or "\". An empty
+// A name that would lead out of the product folder ("..", or one holding "/" or "\"), or that
+// the server's convert task would expand into other databases (a wildcard "*" or "?"). An empty
 // name is no such name: its paths end in the folders themselves and the walk's steps fail on it.
-bool LeavesProductFolder(const std::string& name) {
-    return name == ".." || name.find('/') != std::string::npos || name.find('\\') != std::string::npos;
+bool IsUnsafeName(const std::string& name) {
+    return name == ".." || name.find_first_of("/\\*?") != std::string::npos;
 }
 
 // Builds the three texts of name. False, after a debug line, for a name that leaves the product
 // folder or does not fit its buffers; the entry is then skipped, so that no copy can write outside
 // the product folder and no cut path names another file.
 bool BuildItemPaths(const DriverFolders& folders, const std::string& name, ItemPaths& paths) {
-    if (LeavesProductFolder(name)) {
+    if (IsUnsafeName(name)) {
         LogDebugMessage(1, "Skip the database entry, it is not a plain file name. (%s)", name.c_str());
         return false;
     }
@@ -280,6 +293,8 @@ STATUS UpdateDatabase(PatchSetting& setting) {
 
     DriverFolders folders;
     if (!GetDriverFolders(folders)) return 1;
+    // Before the walk: every replaced database receives the pattern database's ACL.
+    RestoreInterruptedRpencyRebuild();
     STATUS status = WalkDatabases(folders, setting);
     if (status != NOERROR) return status;
     FinishPatch(setting);

@@ -131,20 +131,25 @@ TEST(MaintenanceFailures, FailuresAreLoggedAndEveryDatabaseIsStillWorkedOn) {
     EXPECT_LT(IndexOf(console, deleted), IndexOf(console, "rpx\\rphelp.nsf"));
     EXPECT_LT(IndexOf(messages, "Failed to sign rpx\\rptime.nsf - " + deleted), messages.size());
 
-    // The pattern database could not be created again: the old one was taken offline (and its
-    // file removed with it) and stays that way; the later walks cannot open it.
+    // The pattern database could not be created again: the copy kept before it was taken offline
+    // is put back and brought online, and the later walks work on it as before.
     auto debugLog = server.DebugLog();
     auto rebuildFailed = std::find_if(debugLog.begin(), debugLog.end(), [](const LogLine& line) {
         return line.text == "Failed to recreate rpency.nsf, Error: 10E";
     });
     ASSERT_NE(rebuildFailed, debugLog.end());
     EXPECT_EQ(rebuildFailed->level, 0);
+    ASSERT_NE(rebuildFailed + 1, debugLog.end());
+    EXPECT_EQ((rebuildFailed + 1)->text, "Put back the original rpency.nsf. (" +
+                                             server.DataPath("rpx/rpency.nsf").string() + "):(0)");
     EXPECT_TRUE(Absent(messages, "Success created new rpency.nsf"));
-    EXPECT_TRUE(Absent(messages, "Info: start to set build number -'rpx/rpency.nsf'.\n"));
-    size_t patternOpen = IndexOf(messages, "rpx\\rpency.nsf", IndexOf(messages, "SignDatabase Enter"));
-    ASSERT_LT(patternOpen + 1, messages.size());
-    EXPECT_EQ(messages[patternOpen + 1].rfind("Failed to open rpx\\rpency.nsf - ", 0), 0u) << messages[patternOpen + 1];
-    EXPECT_FALSE(fs::exists(server.DataPath("rpx/rpency.nsf")));
+    EXPECT_LT(IndexOf(messages, "Succeeded to sign - rpx\\rpency.nsf"), messages.size());
+    EXPECT_LT(IndexOf(console, "updrpx: rpency.nsf was not recreated; the original database was put back"),
+              console.size());
+    auto pattern = NotesOfClass(server.Dump("rpx/rpency.nsf"), "document");
+    ASSERT_EQ(pattern.size(), 1u);
+    EXPECT_EQ(ItemText(pattern[0], "InternalPVer"), "1234");
+    EXPECT_FALSE(fs::exists(server.DataPath("rpxtemp/rpency.nsf.keep")));
 
     // Without "MailServer" the old replication notes go and no new one is written.
     for (const char* name : {"rpconf.nsf", "rpquar.nsf", "rpvlog.nsf", "rpmsg.nsf"}) {

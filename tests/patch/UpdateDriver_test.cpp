@@ -7,6 +7,7 @@
 
 #include "global.h"
 #include "acl.h"
+#include "osenv.h"
 
 #include "PatchRPX.h"
 #include "PatchRunTestSupport.h"
@@ -106,17 +107,35 @@ TEST_F(UpdateDriverTest, ItemPathsOfPlainNamesOnly) {
     WriteFile(install + "/rpmsg.nsf", "new file\n");
     std::string longName(300, 'n');
     setting = Applicable({"rpmsg.nsf", "..", "../rpmsg.nsf", "sub/rpmsg.nsf", "..\\rpmsg.nsf", "/etc/passwd",
-                          longName});
+                          "*.nsf", "rp?sg.nsf", "*", longName});
     EXPECT_EQ(UpdateDatabase(setting), NOERROR);
     EXPECT_TRUE(Logged("Copy the database to RPX database folder! (" + install + "/rpmsg.nsf):(" + DataFolder() +
                        "/rpx/rpmsg.nsf)"));
-    for (const char* name : {"..", "../rpmsg.nsf", "sub/rpmsg.nsf", "..\\rpmsg.nsf", "/etc/passwd"}) {
+    for (const char* name : {"..", "../rpmsg.nsf", "sub/rpmsg.nsf", "..\\rpmsg.nsf", "/etc/passwd", "*.nsf",
+                             "rp?sg.nsf", "*"}) {
         EXPECT_TRUE(Logged(std::string("Skip the database entry, it is not a plain file name. (") + name + ")"))
             << name;
     }
     EXPECT_TRUE(Logged("Skip the database entry, its name is too long. (" + longName + ")"))
         << "the Notes path holds 255 bytes";
     NSFDbDelete("rpx/rpmsg.nsf");
+}
+
+TEST_F(UpdateDriverTest, ADataDirectoryThatIsNoFolderStopsTheRunBeforeAnyFileWork) {
+    std::string install = MakeProgramFolder("V5.6.1.3100");
+    WriteFile(install + "/rpmsg.nsf", "new file\n");
+    const std::string stops = "The patch stops: the notes.ini setting Directory is missing or names no folder";
+    WriteFile(TempFolder() + "/not-a-folder", "a file\n");
+    for (std::string directory : {ServerFolder() + "/no-such-folder", TempFolder() + "/not-a-folder", std::string()}) {
+        SCOPED_TRACE(directory);
+        OSSetEnvironmentVariable("Directory", directory.c_str());
+        size_t consoleBefore = ConsoleText().size();
+        PatchSetting setting = Applicable({"rpmsg.nsf"});
+        EXPECT_EQ(UpdateDatabase(setting), 1);
+        EXPECT_NE(ConsoleText().find(stops, consoleBefore), std::string::npos);
+        EXPECT_FALSE(FileExists(DataFolder() + "/rpx/rpmsg.nsf")) << "nothing copied";
+    }
+    OSSetEnvironmentVariable("Directory", DataFolder().c_str());
 }
 
 TEST_F(UpdateDriverTest, ConvertCommandNamesTheDatabaseOfTheTemplateCutAtTheFirstNtf) {

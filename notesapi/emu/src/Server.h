@@ -32,6 +32,8 @@ struct FaultRule {
 	UNID unid{};
 	STATUS status = NOERROR;
 	long remaining = -1;   // calls still to fail; -1 = every call
+	long after = 0;        // matching calls let through before the rule acts
+	bool kill = false;     // "action": "kill": the process ends at the call, as under kill -9
 };
 
 struct BusyRule {

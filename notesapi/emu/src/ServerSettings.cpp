@@ -4,6 +4,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include <signal.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstring>
@@ -129,16 +132,21 @@ private:
 
 	bool ReadFault(const Json& item, const std::string& where, FaultRule& rule) {
 		if (!item.is_object()) return Fail(where, "an object expected");
-		if (!KnownKeys(item, where, {"call", "status", "path", "unid", "count"})) return false;
+		if (!KnownKeys(item, where, {"call", "action", "status", "path", "unid", "count", "after"})) return false;
 		if (!item.contains("call") || !item["call"].is_string())
-			return Fail(where + ".call", "the name of a platform API function expected");
+			return Fail(where + ".call", "the name of a platform API function (or \"*\") expected");
 		rule.call = item["call"].get<std::string>();
-		if (!IsPlatformCall(rule.call))
+		if (rule.call != "*" && !IsPlatformCall(rule.call))
 			return Fail(where + ".call", "\"" + rule.call + "\" is not a function of the platform API");
-		if (!item.contains("status") || !item["status"].is_number_integer() || item["status"].get<long>() <= 0 ||
-		    item["status"].get<long>() > 0xFFFF)
+		if (item.contains("action")) {
+			if (item["action"] == "kill") rule.kill = true;
+			else if (item["action"] != "fail") return Fail(where + ".action", "\"fail\" or \"kill\" expected");
+		}
+		bool statusNeeded = !rule.kill || item.contains("status");  // a kill returns no status
+		if (statusNeeded && (!item.contains("status") || !item["status"].is_number_integer() ||
+		                     item["status"].get<long>() <= 0 || item["status"].get<long>() > 0xFFFF))
 			return Fail(where + ".status", "a status code (1..65535) expected");
-		rule.status = static_cast<STATUS>(item["status"].get<long>());
+		if (statusNeeded) rule.status = static_cast<STATUS>(item["status"].get<long>());
 		if (item.contains("path")) {
 			if (!item["path"].is_string() || item["path"].get<std::string>().empty())
 				return Fail(where + ".path", "a database path expected");
@@ -151,6 +159,11 @@ private:
 		}
 		if (item.contains("count") && !ParseCount(item["count"], rule.remaining))
 			return Fail(where + ".count", "a positive whole number or \"always\" expected");
+		if (item.contains("after")) {
+			if (!item["after"].is_number_integer() || item["after"].get<long>() < 0)
+				return Fail(where + ".after", "a number of calls (0 or more) expected");
+			rule.after = item["after"].get<long>();
+		}
 		return true;
 	}
 
@@ -193,10 +206,19 @@ private:
 };
 
 bool Matches(const FaultRule& rule, const char* call, const std::string& dbPath, const UNID* unid) {
-	if (rule.remaining == 0 || rule.call != call) return false;
+	if (rule.remaining == 0 || (rule.call != "*" && rule.call != call)) return false;
 	if (!rule.pathKey.empty() && (dbPath.empty() || DatabaseKey(dbPath) != rule.pathKey)) return false;
 	if (rule.hasUnid && (!unid || std::memcmp(unid, &rule.unid, sizeof(UNID)) != 0)) return false;
 	return true;
+}
+
+// Ends the process at once, as a server operator's kill -9 would: no handler, no flush.
+[[noreturn]] void KillProcess(const char* call) {
+	std::string line = "libnotes: killed at " + std::string(call) + " by a server.json fault\n";
+	ssize_t ignored = ::write(STDERR_FILENO, line.data(), line.size());
+	(void)ignored;
+	::kill(::getpid(), SIGKILL);
+	::_exit(137);
 }
 
 }  // namespace
@@ -272,10 +294,16 @@ bool HeldByTask(const std::string& filePath) {
 	return std::find(task.holdKeys.begin(), task.holdKeys.end(), key) != task.holdKeys.end();
 }
 
-// The first fault that matches fails the call and uses up one of its count.
+// The first fault that matches (past its "after" calls) fails the call and uses up one of its
+// count, or kills the process.
 STATUS CheckCall(const char* call, const std::string& dbPath, const UNID* unid) {
 	for (FaultRule& rule : Current().faults) {
 		if (!Matches(rule, call, dbPath, unid)) continue;
+		if (rule.after > 0) {
+			--rule.after;
+			continue;
+		}
+		if (rule.kill) KillProcess(call);
 		if (rule.remaining > 0) --rule.remaining;
 		return rule.status;
 	}
