@@ -89,6 +89,7 @@ NoteHead HeadOf(const StoredNote& note, bool deleted) {
 }  // namespace
 
 DbFile::~DbFile() {
+	if (bulkLoad_) SetBulkLoad(false);
 	for (auto& entry : statements_) sqlite3_finalize(entry.second);
 	sqlite3_close(db_);
 	auto& registry = Registry();
@@ -184,18 +185,27 @@ sqlite3_stmt* DbFile::Prepare(const char* sqlText) {
 }
 
 STATUS DbFile::Begin() {
-	if (transactionDepth_++ > 0) return NOERROR;
-	int rc = sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
-	if (rc != SQLITE_OK) {
-		transactionDepth_ = 0;
-		return SqlStatus(rc);
-	}
+	const char* sqlText = transactionDepth_ == 0 ? "BEGIN IMMEDIATE" : "SAVEPOINT nested";
+	int rc = sqlite3_exec(db_, sqlText, nullptr, nullptr, nullptr);
+	if (rc != SQLITE_OK) return SqlStatus(rc);
+	++transactionDepth_;
 	return NOERROR;
 }
 
 STATUS DbFile::Commit() {
 	if (transactionDepth_ == 0) return NOERROR;
-	if (--transactionDepth_ > 0) return NOERROR;
+	if (transactionDepth_ > 1) {
+		int rc = sqlite3_exec(db_, "RELEASE nested", nullptr, nullptr, nullptr);
+		if (rc != SQLITE_OK) {
+			Rollback();
+			return SqlStatus(rc);
+		}
+		--transactionDepth_;
+		++generation_;
+		if (bulkLoad_ && transactionDepth_ == 1 && ++bulkCommits_ >= kBulkGroupSize) return WriteBulkGroup();
+		return NOERROR;
+	}
+	transactionDepth_ = 0;
 	int rc = sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr);
 	if (rc != SQLITE_OK) {
 		sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
@@ -207,8 +217,40 @@ STATUS DbFile::Commit() {
 
 void DbFile::Rollback() {
 	if (transactionDepth_ == 0) return;
+	if (transactionDepth_ > 1) {
+		sqlite3_exec(db_, "ROLLBACK TO nested", nullptr, nullptr, nullptr);
+		sqlite3_exec(db_, "RELEASE nested", nullptr, nullptr, nullptr);
+		--transactionDepth_;
+		return;
+	}
 	transactionDepth_ = 0;
 	sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+}
+
+STATUS DbFile::WriteBulkGroup() {
+	bulkCommits_ = 0;
+	if (STATUS s = Commit()) {
+		bulkLoad_ = false;
+		return s;
+	}
+	return Begin();
+}
+
+STATUS DbFile::SetBulkLoad(bool on) {
+	if (on == bulkLoad_) return NOERROR;
+	if (on) {
+		if (transactionDepth_ != 0) return ERR_LOCK;
+		if (STATUS s = Begin()) return s;
+		// A larger page cache keeps the group's pages in memory until it is written.
+		sqlite3_exec(db_, "PRAGMA cache_size=-65536", nullptr, nullptr, nullptr);
+		bulkLoad_ = true;
+		bulkCommits_ = 0;
+		return NOERROR;
+	}
+	bulkLoad_ = false;
+	STATUS status = Commit();
+	sqlite3_exec(db_, "PRAGMA cache_size=-2000", nullptr, nullptr, nullptr);
+	return status;
 }
 
 STATUS DbFile::ReadSettings(DbSettings& out) {
