@@ -166,6 +166,11 @@ TEST_F(RpxserverTest, InitRefusesBadScenariosAndLeavesNothingBehind) {
         const char* message;
     } cases[] = {
         {R"({"data": {)", "line 1"},
+        {R"({"server": {"busy": {"a.nsf": 1e999}}})", "scenario.json: line 1, column 35: number overflow"},
+        // A database made while the file is read goes with the rest.
+        {R"({"data": {"a.nsf": {"notes": [{"class": "document"}]}}, "bogus": 1})", "bogus: unknown key"},
+        {R"({"data": {"a.nsf": {"notes": [{"class": "document"}, {"class": "memo"}]}}})",
+         "scenario.json: data[\"a.nsf\"]: notes[1].class: unknown note class"},
         {R"({"notesIni": {}, "servers": {}})", "servers: unknown key"},
         {R"({"data": {"/abs/x.nsf": {}}})", "not absolute"},
         {R"({"install": {"program/../../x.txt": "x"}})", "\"..\""},

@@ -120,16 +120,6 @@ void WriteNote(DBHANDLE db, const NoteData& data, const std::string& place) {
                         NoteIdText(*data.noteId));
 }
 
-void WriteContent(const std::string& path, const DatabaseData& data, const std::string& source) {
-    DbHandle db;
-    Check(NSFDbOpen(path.c_str(), db.out()), "cannot open the new database");
-    WriteInfo(db.get(), data, source);
-    WriteReplicaInfo(db.get(), data);
-    WriteAcl(db.get(), data, source);
-    for (size_t i = 0; i < data.notes.size(); ++i)
-        WriteNote(db.get(), data.notes[i], source + ": notes[" + std::to_string(i) + "]");
-}
-
 // Gives the finished database its name. A hard link fails rather than
 // replace a file that appeared meanwhile.
 void Publish(const std::string& temporary, const std::string& path) {
@@ -151,21 +141,57 @@ void Discard(const std::string& temporary) {
 
 }  // namespace
 
-void CreateDatabase(const std::string& path, const DatabaseData& data, const std::string& source) {
-    if (Exists(path)) throw ToolError(AlreadyExists(path));
+DatabaseBuilder::DatabaseBuilder(std::string path, std::string source)
+    : path_(std::move(path)), source_(std::move(source)) {}
+
+DatabaseBuilder::~DatabaseBuilder() {
+    if (db_) NSFDbClose(db_);
+    if (!temporary_.empty()) Discard(temporary_);
+}
+
+void DatabaseBuilder::Begin(const DatabaseData& settings) {
+    if (begun_) return;
+    begun_ = true;
+    if (Exists(path_)) throw ToolError(AlreadyExists(path_));
     struct stat folder;
-    if (::stat(FolderOf(path).c_str(), &folder) != 0 || !S_ISDIR(folder.st_mode))
-        throw ToolError(path + ": the folder does not exist");
-    std::string temporary = TemporaryPathBeside(path);
-    if (temporary.size() >= MAXPATH) throw ToolError(path + ": the path is longer than the platform accepts");
-    Check(NSFDbCreate(temporary.c_str(), DBCLASS_BY_EXTENSION, FALSE), path + ": cannot create the database");
-    try {
-        WriteContent(temporary, data, source);
-        Publish(temporary, path);
-    } catch (...) {
-        Discard(temporary);
-        throw;
-    }
+    if (::stat(FolderOf(path_).c_str(), &folder) != 0 || !S_ISDIR(folder.st_mode))
+        throw ToolError(path_ + ": the folder does not exist");
+    std::string temporary = TemporaryPathBeside(path_);
+    if (temporary.size() >= MAXPATH) throw ToolError(path_ + ": the path is longer than the platform accepts");
+    Check(NSFDbCreate(temporary.c_str(), DBCLASS_BY_EXTENSION, FALSE), path_ + ": cannot create the database");
+    temporary_ = temporary;
+    Check(NSFDbOpen(temporary_.c_str(), &db_), "cannot open the new database");
+    // Nothing else sees the file until it is published, so its changes need no flush each.
+    Check(EmuDbBulkLoad(db_, TRUE), "cannot start writing the new database");
+    WriteInfo(db_, settings, source_);
+    WriteReplicaInfo(db_, settings);
+    WriteAcl(db_, settings, source_);
+    aclWritten_ = settings.acl.has_value();
+}
+
+void DatabaseBuilder::AddNote(const NoteData& note, const std::string& place) {
+    WriteNote(db_, note, place);
+}
+
+void DatabaseBuilder::Finish(const DatabaseData& settings) {
+    Begin(settings);
+    // Settings that came after the notes in the JSON.
+    WriteInfo(db_, settings, source_);
+    WriteReplicaInfo(db_, settings);
+    if (!aclWritten_) WriteAcl(db_, settings, source_);
+    Check(EmuDbBulkLoad(db_, FALSE), "cannot write the new database");
+    Check(NSFDbClose(db_), "cannot close the new database");
+    db_ = NULLHANDLE;
+    Publish(temporary_, path_);
+    temporary_.clear();
+}
+
+void CreateDatabase(const std::string& path, const DatabaseData& data, const std::string& source) {
+    DatabaseBuilder builder(path, source);
+    builder.Begin(data);
+    for (size_t i = 0; i < data.notes.size(); ++i)
+        builder.AddNote(data.notes[i], source + ": notes[" + std::to_string(i) + "]");
+    builder.Finish(data);
 }
 
 }  // namespace nsfdb
