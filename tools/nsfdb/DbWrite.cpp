@@ -95,10 +95,12 @@ void SetUnid(NOTEHANDLE note, const UNID& unid) {
 }
 
 void AppendItems(NOTEHANDLE note, const NoteData& data, const std::string& place) {
-    for (const ItemData& item : data.items)
-        Check(NSFItemAppend(note, item.flags, item.name.data(), static_cast<WORD>(item.name.size()),
-                            item.type, item.value.data(), static_cast<DWORD>(item.value.size())),
-              place + ".items." + LmbcsToUtf8Lossy(item.name) + ": cannot add the item");
+    for (const ItemData& item : data.items) {
+        STATUS status = NSFItemAppend(note, item.flags, item.name.data(), static_cast<WORD>(item.name.size()),
+                                      item.type, item.value.data(), static_cast<DWORD>(item.value.size()));
+        // The message is made only when needed: a database can have millions of items.
+        if (status) Check(status, place + ".items." + LmbcsToUtf8Lossy(item.name) + ": cannot add the item");
+    }
 }
 
 void WriteNote(DBHANDLE db, const NoteData& data, const std::string& place) {
@@ -107,12 +109,12 @@ void WriteNote(DBHANDLE db, const NoteData& data, const std::string& place) {
               place + ".noteId: " + NoteIdText(*data.noteId) +
                   " cannot be given (a note ID must be above every note ID the database has used)");
     NoteHandle note;
-    Check(NSFNoteCreate(db, note.out()), place + ": cannot create the note");
+    if (STATUS status = NSFNoteCreate(db, note.out())) Check(status, place + ": cannot create the note");
     WORD noteClass = data.noteClass;
     NSFNoteSetInfo(note.get(), _NOTE_CLASS, &noteClass);
     if (data.unid) SetUnid(note.get(), *data.unid);
     AppendItems(note.get(), data, place);
-    Check(NSFNoteUpdate(note.get(), 0), place + ": cannot save the note");
+    if (STATUS status = NSFNoteUpdate(note.get(), 0)) Check(status, place + ": cannot save the note");
     NOTEID id = 0;
     NSFNoteGetInfo(note.get(), _NOTE_ID, &id);
     if (data.noteId && id != *data.noteId)

@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <set>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "JsonFormat.h"
@@ -45,13 +46,13 @@ public:
             case Json::parse_event_t::object_start:
             case Json::parse_event_t::array_start:
                 path_.push_back(JsonStep{false, {}, 0});
-                frames_.push_back(Frame{event == Json::parse_event_t::object_start, {}});
+                frames_.push_back(Frame{event == Json::parse_event_t::object_start, {}, {}});
                 break;
             case Json::parse_event_t::key: {
                 JsonStep& top = path_.back();
                 top.isKey = true;
                 top.key = parsed.get<std::string>();
-                if (!frames_.back().keys.insert(top.key).second)
+                if (!frames_.back().AddKey(top.key))
                     Fail(PlaceOf(path_), "the key \"" + top.key + "\" is given twice");
                 break;
             }
@@ -69,7 +70,19 @@ public:
 private:
     struct Frame {
         bool isObject;
-        std::set<std::string> keys;
+        // Most objects have a handful of keys: a list is searched until it grows long.
+        std::vector<std::string> few;
+        std::unordered_set<std::string> many;
+
+        bool AddKey(const std::string& key) {
+            if (many.empty() && few.size() < 16) {
+                if (std::find(few.begin(), few.end(), key) != few.end()) return false;
+                few.push_back(key);
+                return true;
+            }
+            if (many.empty()) many.insert(few.begin(), few.end());
+            return many.insert(key).second;
+        }
     };
 
     bool ValueDone(const Json& value) {

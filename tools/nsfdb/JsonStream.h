@@ -3,8 +3,8 @@
 #ifndef NSFDB_JSONSTREAM_H
 #define NSFDB_JSONSTREAM_H
 
-#include <set>
 #include <string>
+#include <unordered_set>
 
 #include "DbAccess.h"
 #include "JsonFormat.h"
@@ -35,7 +35,7 @@ private:
 
     DatabaseBuilder& builder_;
     std::string source_;
-    std::set<std::string> unids_;
+    std::unordered_set<std::string> unids_;
 };
 
 // "nsfdb create": the database at path from the JSON file at jsonPath.

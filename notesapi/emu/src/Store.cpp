@@ -184,18 +184,30 @@ sqlite3_stmt* DbFile::Prepare(const char* sqlText) {
 	return st;
 }
 
+// Savepoints are taken once per change: their statements are prepared once, not parsed each time.
+constexpr const char* kSavepoint = "SAVEPOINT nested";
+constexpr const char* kRelease = "RELEASE nested";
+constexpr const char* kRollbackTo = "ROLLBACK TO nested";
+
+int DbFile::Run(const char* sqlText) {
+	sqlite3_stmt* st = Prepare(sqlText);
+	if (!st) return sqlite3_errcode(db_) == SQLITE_OK ? SQLITE_ERROR : sqlite3_errcode(db_);
+	int rc = sqlite3_step(st);
+	sqlite3_reset(st);
+	return rc == SQLITE_DONE ? SQLITE_OK : rc;
+}
+
 STATUS DbFile::Begin() {
-	const char* sqlText = transactionDepth_ == 0 ? "BEGIN IMMEDIATE" : "SAVEPOINT nested";
-	int rc = sqlite3_exec(db_, sqlText, nullptr, nullptr, nullptr);
+	int rc = transactionDepth_ == 0 ? sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) : Run(kSavepoint);
 	if (rc != SQLITE_OK) return SqlStatus(rc);
-	++transactionDepth_;
+	if (++transactionDepth_ == 2) pendingAtChangeStart_ = pendingNextId_;
 	return NOERROR;
 }
 
 STATUS DbFile::Commit() {
 	if (transactionDepth_ == 0) return NOERROR;
 	if (transactionDepth_ > 1) {
-		int rc = sqlite3_exec(db_, "RELEASE nested", nullptr, nullptr, nullptr);
+		int rc = Run(kRelease);
 		if (rc != SQLITE_OK) {
 			Rollback();
 			return SqlStatus(rc);
@@ -204,6 +216,10 @@ STATUS DbFile::Commit() {
 		++generation_;
 		if (bulkLoad_ && transactionDepth_ == 1 && ++bulkCommits_ >= kBulkGroupSize) return WriteBulkGroup();
 		return NOERROR;
+	}
+	if (STATUS s = StorePendingNextId()) {
+		Rollback();
+		return s;
 	}
 	transactionDepth_ = 0;
 	int rc = sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr);
@@ -218,12 +234,13 @@ STATUS DbFile::Commit() {
 void DbFile::Rollback() {
 	if (transactionDepth_ == 0) return;
 	if (transactionDepth_ > 1) {
-		sqlite3_exec(db_, "ROLLBACK TO nested", nullptr, nullptr, nullptr);
-		sqlite3_exec(db_, "RELEASE nested", nullptr, nullptr, nullptr);
-		--transactionDepth_;
+		Run(kRollbackTo);
+		Run(kRelease);
+		if (transactionDepth_-- == 2) pendingNextId_ = pendingAtChangeStart_;
 		return;
 	}
 	transactionDepth_ = 0;
+	pendingNextId_ = 0;
 	sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
 }
 
@@ -254,6 +271,7 @@ STATUS DbFile::SetBulkLoad(bool on) {
 }
 
 STATUS DbFile::ReadSettings(DbSettings& out) {
+	if (STATUS s = StorePendingNextId()) return s;
 	sqlite3_stmt* st = Prepare("SELECT key, value FROM meta");
 	if (!st) return ERR_NOT_NSF;
 	int rc;
@@ -274,6 +292,7 @@ STATUS DbFile::ReadSettings(DbSettings& out) {
 STATUS DbFile::WriteSettings(const DbSettings& settings) {
 	Transaction tx(*this);
 	if (tx.status()) return tx.status();
+	pendingNextId_ = 0;  // settings.nextNoteId is the counter now
 	const char* sqlText = "INSERT OR REPLACE INTO meta(key, value) VALUES(?1, ?2)";
 	auto put = [&](const char* key, auto bind) -> STATUS {
 		sqlite3_stmt* st = Prepare(sqlText);
@@ -394,18 +413,44 @@ STATUS DbFile::WriteStub(const StoredNote& stub) {
 }
 
 STATUS DbFile::AllocateNoteId(NOTEID& id) {
-	DbSettings settings;
-	if (STATUS s = ReadSettings(settings)) return s;
+	if (bulkLoad_ && pendingNextId_ != 0) {  // the IDs handed out since the last write of the counter
+		if (pendingNextId_ >= NOTEID_RESERVED) return ERR_NOTE_ID;
+		id = pendingNextId_;
+		pendingNextId_ += kNoteIdStep;
+		return NOERROR;
+	}
+	NOTEID next = 0;
+	sqlite3_stmt* read = Prepare("SELECT value FROM meta WHERE key = 'nextNoteId'");
+	if (!read) return ERR_IOERROR;
+	int rc = sqlite3_step(read);
+	if (rc == SQLITE_ROW) next = static_cast<NOTEID>(sqlite3_column_int64(read, 0));
+	sqlite3_reset(read);
+	if (rc != SQLITE_ROW && rc != SQLITE_DONE) return SqlStatus(rc);
 	NOTEID highest = 0;
 	if (STATUS s = HighestNoteId(highest)) return s;
-	id = std::max(settings.nextNoteId, kFirstNoteId);
+	id = std::max(next, kFirstNoteId);
 	if (id <= highest) id = highest + kNoteIdStep;
 	if (id >= NOTEID_RESERVED) return ERR_NOTE_ID;
+	if (bulkLoad_) {
+		pendingNextId_ = id + kNoteIdStep;
+		return NOERROR;
+	}
+	return StoreNextNoteId(id + kNoteIdStep);
+}
+
+STATUS DbFile::StoreNextNoteId(NOTEID next) {
 	sqlite3_stmt* st = Prepare("UPDATE meta SET value = ?1 WHERE key = 'nextNoteId'");
 	if (!st) return ERR_IOERROR;
-	sqlite3_bind_int64(st, 1, static_cast<sqlite3_int64>(id) + kNoteIdStep);
+	sqlite3_bind_int64(st, 1, static_cast<sqlite3_int64>(next));
 	STATUS s = SqlStatus(sqlite3_step(st));
 	sqlite3_reset(st);
+	return s;
+}
+
+STATUS DbFile::StorePendingNextId() {
+	if (pendingNextId_ == 0) return NOERROR;
+	STATUS s = StoreNextNoteId(pendingNextId_);
+	if (s == NOERROR) pendingNextId_ = 0;
 	return s;
 }
 

@@ -158,6 +158,10 @@ public:
 private:
 	DbFile(std::string path, sqlite3* db) : path_(std::move(path)), db_(db) {}
 	static STATUS OpenConnection(const std::string& path, bool create, sqlite3*& db);
+	// Steps a cached statement that returns no rows; an SQLite result code.
+	int Run(const char* sqlText);
+	STATUS StoreNextNoteId(NOTEID next);
+	STATUS StorePendingNextId();
 	// Commits the bulk group so far and starts the next one.
 	STATUS WriteBulkGroup();
 
@@ -167,6 +171,10 @@ private:
 	int transactionDepth_ = 0;
 	bool bulkLoad_ = false;
 	int bulkCommits_ = 0;
+	// While bulk loading, the next note ID is counted here and written to the meta table only
+	// before the group is committed or the settings are read (0: the table has it).
+	NOTEID pendingNextId_ = 0;
+	NOTEID pendingAtChangeStart_ = 0;
 	std::map<const char*, sqlite3_stmt*> statements_;
 };
 
