@@ -1,12 +1,21 @@
 #include "BenchSupport.h"
 
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+extern char** environ;
 
 namespace rpxbench {
 
@@ -42,28 +51,42 @@ std::string DataFolder() {
     return folder;
 }
 
-// Colours only on a terminal.
-RateReporter::RateReporter(std::string counter)
-    : ConsoleReporter(::isatty(1) ? OO_Defaults : OO_Tabular), counter_(std::move(counter)) {}
-
-void RateReporter::ReportRuns(const std::vector<Run>& runs) {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-        auto it = run.counters.find(counter_);
-        if (it == run.counters.end() || run.error_occurred) continue;
-        // With repetitions, the median stands for the benchmark; otherwise its one run does.
-        const bool aggregate = run.run_type == Run::RT_Aggregate;
-        if (aggregate && run.aggregate_name != "median") continue;
-        const std::string& name = run.run_name.function_name;
-        if (!aggregate && medians_.count(name)) continue;
-        if (aggregate) medians_.insert(name);
-        rates_[name] = it->second.value;
+ProcessRun RunProcess(const std::vector<std::string>& argv, bool quiet) {
+    std::vector<char*> args;
+    for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
+    args.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    if (quiet) {
+        posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
     }
+    ProcessRun run;
+    auto start = std::chrono::steady_clock::now();
+    pid_t pid;
+    int started = posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (started != 0) return run;
+    int status = -1;
+    struct rusage usage {};
+    if (::wait4(pid, &status, 0, &usage) != pid) return run;
+    run.wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    run.user = static_cast<double>(usage.ru_utime.tv_sec) + usage.ru_utime.tv_usec / 1e6;
+    run.system = static_cast<double>(usage.ru_stime.tv_sec) + usage.ru_stime.tv_usec / 1e6;
+    run.peakRssKiB = usage.ru_maxrss;
+    run.ok = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return run;
 }
 
-double RateReporter::Rate(const std::string& name) const {
-    auto it = rates_.find(name);
-    return it == rates_.end() ? 0 : it->second;
+Spread SpreadOf(std::vector<double> samples) {
+    Spread spread;
+    if (samples.empty()) return spread;
+    std::sort(samples.begin(), samples.end());
+    size_t n = samples.size();
+    spread.median = n % 2 ? samples[n / 2] : (samples[n / 2 - 1] + samples[n / 2]) / 2;
+    spread.low = samples.front();
+    spread.high = samples.back();
+    return spread;
 }
 
 }  // namespace rpxbench

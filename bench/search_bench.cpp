@@ -2,7 +2,10 @@
 // against the fastest a reader of the same file could go, a plain SQLite scan that reads the same
 // rows and finds the same items by itself.
 //
-//   search_bench [--docs=N] [Google Benchmark flags]      (or RPX_BENCH_DOCS=N; default 1,000,000)
+//   search_bench [--docs=N] [--runs=N]   (or RPX_BENCH_DOCS, RPX_BENCH_SEARCH_RUNS; 1,000,000 and 15)
+//
+// Both run in turns, the order alternating, after one warm-up run each; the program prints the
+// median and the range of each and the median of the runs' ratios.
 //
 // The database is made once through the public API and kept in the data folder
 // (RPX_BENCH_DIR, else build/.../bench-data) as search-N.nsf; later runs reuse it.
@@ -15,7 +18,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <map>
+#include <vector>
 #include <string>
 #include <string_view>
 
@@ -27,12 +30,14 @@
 #include "nsfnote.h"
 #include "nsfsearc.h"
 #include "osmem.h"
+#include "emu/notesemu.h"
 
 namespace {
 
 constexpr const char* kFormula = "Form=\"dictionary\" | Form=\"entity\"";
 
 long long gDocs = 0;
+long long gRuns = 0;
 std::string gPath;       // absolute path of the database file
 std::string gNotesPath;  // the same, relative to the data directory
 long long gSearchMatches = -1;
@@ -69,46 +74,6 @@ void AddDocument(DBHANDLE db, long long i) {
     NSFNoteClose(note);
 }
 
-// While the database is made, SQLite's default file system leaves out its flushes to disk: the
-// build writes one transaction per note through NSFNoteUpdate, and a flush for each would make a
-// million notes take hours. What is measured later reads the finished file and is not affected.
-class NoSyncFileSystem {
-public:
-    NoSyncFileSystem() {
-        real_ = sqlite3_vfs_find(nullptr);
-        vfs_ = *real_;
-        vfs_.zName = "rpxbench-nosync";
-        vfs_.pAppData = this;
-        vfs_.xOpen = Open;
-        vfs_.xDelete = [](sqlite3_vfs* vfs, const char* name, int) {
-            return Self(vfs)->real_->xDelete(Self(vfs)->real_, name, 0);
-        };
-        sqlite3_vfs_register(&vfs_, 1);
-    }
-    ~NoSyncFileSystem() {
-        sqlite3_vfs_unregister(&vfs_);
-        sqlite3_vfs_register(real_, 1);
-    }
-
-private:
-    static NoSyncFileSystem* Self(sqlite3_vfs* vfs) { return static_cast<NoSyncFileSystem*>(vfs->pAppData); }
-    static int Open(sqlite3_vfs* vfs, sqlite3_filename name, sqlite3_file* file, int flags, int* outFlags) {
-        NoSyncFileSystem* self = Self(vfs);
-        int rc = self->real_->xOpen(self->real_, name, file, flags, outFlags);
-        if (rc != SQLITE_OK || !file->pMethods) return rc;
-        // A copy of each method table the real file system hands out (journals get other ones than
-        // databases), with the flush left out.
-        auto inserted = self->methods_.emplace(file->pMethods, *file->pMethods);
-        if (inserted.second) inserted.first->second.xSync = [](sqlite3_file*, int) { return SQLITE_OK; };
-        file->pMethods = &inserted.first->second;
-        return rc;
-    }
-
-    sqlite3_vfs* real_;
-    sqlite3_vfs vfs_;
-    std::map<const sqlite3_io_methods*, sqlite3_io_methods> methods_;
-};
-
 bool Exists(const std::string& path) {
     struct stat st;
     return ::stat(path.c_str(), &st) == 0;
@@ -124,14 +89,15 @@ void PrepareDatabase(const std::string& folder) {
     ::unlink((folder + "/" + partial).c_str());
     std::fprintf(stderr, "making %s with %lld documents (once)...\n", gPath.c_str(), gDocs);
     auto start = std::chrono::steady_clock::now();
-    NoSyncFileSystem noSync;
     if (STATUS s = NSFDbCreate(partial.c_str(), DBCLASS_NOTEFILE, FALSE)) Fail("NSFDbCreate", s);
     DBHANDLE db;
     if (STATUS s = NSFDbOpen(partial.c_str(), &db)) Fail("NSFDbOpen", s);
+    if (STATUS s = EmuDbBulkLoad(db, TRUE)) Fail("EmuDbBulkLoad", s);
     for (long long i = 0; i < gDocs; ++i) {
         AddDocument(db, i);
         if ((i + 1) % 100000 == 0) std::fprintf(stderr, "  %lld\n", i + 1);
     }
+    if (STATUS s = EmuDbBulkLoad(db, FALSE)) Fail("EmuDbBulkLoad", s);
     NSFDbClose(db);
     if (::rename((folder + "/" + partial).c_str(), gPath.c_str()) != 0) {
         std::perror("rename");
@@ -160,27 +126,19 @@ STATUS LNCALLBACK CountMatch(void* parameter, SEARCH_MATCH* match, ITEM_TABLE*) 
     return NOERROR;
 }
 
-void BM_NSFSearch(benchmark::State& state) {
-    DBHANDLE db;
-    if (STATUS s = NSFDbOpen(gNotesPath.c_str(), &db)) Fail("NSFDbOpen", s);
-    FORMULAHANDLE formula;
-    WORD length, line, column, offset, errorLength;
-    STATUS error;
-    if (STATUS s = NSFFormulaCompile(nullptr, 0, kFormula, static_cast<WORD>(std::strlen(kFormula)), &formula,
-                                     &length, &error, &line, &column, &offset, &errorLength))
-        Fail("NSFFormulaCompile", s);
+double Seconds(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// One NSFSearch over the whole database; its time in seconds.
+double TimeSearch(DBHANDLE db, FORMULAHANDLE formula) {
     long long matches = 0;
-    for (auto _ : state) {
-        matches = 0;
-        if (STATUS s = NSFSearch(db, formula, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, CountMatch, &matches,
-                                 nullptr))
-            Fail("NSFSearch", s);
-    }
+    auto start = std::chrono::steady_clock::now();
+    if (STATUS s = NSFSearch(db, formula, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, CountMatch, &matches, nullptr))
+        Fail("NSFSearch", s);
+    double seconds = Seconds(start);
     gSearchMatches = matches;
-    state.counters["notes/s"] = benchmark::Counter(static_cast<double>(gDocs), benchmark::Counter::kIsIterationInvariantRate);
-    state.counters["matches"] = static_cast<double>(matches);
-    OSMemFree(formula);
-    NSFDbClose(db);
+    return seconds;
 }
 
 // ---- The raw scan ----------------------------------------------------------------------------
@@ -221,49 +179,42 @@ std::string_view SummaryText(const unsigned char* p, size_t size, std::string_vi
     return std::string_view();
 }
 
-void BM_RawSqliteScan(benchmark::State& state) {
-    sqlite3* db = nullptr;
-    if (sqlite3_open_v2(gPath.c_str(), &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK) {
-        state.SkipWithError("cannot open the database with SQLite");
-        sqlite3_close(db);
-        return;
-    }
-    sqlite3_stmt* st = nullptr;
-    if (sqlite3_prepare_v2(db, "SELECT id, head, summary FROM notes ORDER BY id", -1, &st, nullptr) != SQLITE_OK) {
-        state.SkipWithError(sqlite3_errmsg(db));
-        sqlite3_close(db);
-        return;
-    }
+// One scan of the whole table; its time in seconds.
+double TimeScan(sqlite3_stmt* st) {
     long long matches = 0;
-    for (auto _ : state) {
-        matches = 0;
-        while (sqlite3_step(st) == SQLITE_ROW) {
-            const auto* head = static_cast<const unsigned char*>(sqlite3_column_blob(st, 1));
-            if (!head || sqlite3_column_bytes(st, 1) < 4) continue;
-            uint16_t noteClass, deleted;
-            std::memcpy(&noteClass, head, 2);
-            std::memcpy(&deleted, head + 2, 2);
-            if (!(noteClass & NOTE_CLASS_DOCUMENT) || deleted) continue;
-            const auto* summary = static_cast<const unsigned char*>(sqlite3_column_blob(st, 2));
-            std::string_view form =
-                SummaryText(summary, static_cast<size_t>(sqlite3_column_bytes(st, 2)), "Form");
-            if (EqualsIgnoringCase(form, "dictionary") || EqualsIgnoringCase(form, "entity")) ++matches;
-        }
-        sqlite3_reset(st);
+    auto start = std::chrono::steady_clock::now();
+    while (sqlite3_step(st) == SQLITE_ROW) {
+        const auto* head = static_cast<const unsigned char*>(sqlite3_column_blob(st, 1));
+        if (!head || sqlite3_column_bytes(st, 1) < 4) continue;
+        uint16_t noteClass, deleted;
+        std::memcpy(&noteClass, head, 2);
+        std::memcpy(&deleted, head + 2, 2);
+        if (!(noteClass & NOTE_CLASS_DOCUMENT) || deleted) continue;
+        const auto* summary = static_cast<const unsigned char*>(sqlite3_column_blob(st, 2));
+        std::string_view form = SummaryText(summary, static_cast<size_t>(sqlite3_column_bytes(st, 2)), "Form");
+        if (EqualsIgnoringCase(form, "dictionary") || EqualsIgnoringCase(form, "entity")) ++matches;
     }
+    sqlite3_reset(st);
+    double seconds = Seconds(start);
     gScanMatches = matches;
-    state.counters["notes/s"] = benchmark::Counter(static_cast<double>(gDocs), benchmark::Counter::kIsIterationInvariantRate);
-    state.counters["matches"] = static_cast<double>(matches);
-    sqlite3_finalize(st);
-    sqlite3_close(db);
+    return seconds;
+}
+
+void PrintSpread(const char* name, const std::vector<double>& seconds) {
+    rpxbench::Spread spread = rpxbench::SpreadOf(seconds);
+    std::printf("%-16s %12.0f notes/s median  (%.0f .. %.0f over %zu runs)\n", name, gDocs / spread.median,
+                gDocs / spread.high, gDocs / spread.low, seconds.size());
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     gDocs = rpxbench::Setting(argc, argv, "docs", "RPX_BENCH_DOCS", 1000000);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    gRuns = rpxbench::Setting(argc, argv, "runs", "RPX_BENCH_SEARCH_RUNS", 15);
+    if (argc > 1) {
+        std::fprintf(stderr, "usage: search_bench [--docs=N] [--runs=N]\n");
+        return 2;
+    }
     std::string folder = rpxbench::DataFolder();
     StartPlatform(folder);
     PrepareDatabase(folder);
@@ -276,19 +227,53 @@ int main(int argc, char** argv) {
         }
         std::fclose(f);
     }
-    benchmark::RegisterBenchmark("NSFSearch", BM_NSFSearch)->Unit(benchmark::kMillisecond)->UseRealTime();
-    benchmark::RegisterBenchmark("RawSqliteScan", BM_RawSqliteScan)->Unit(benchmark::kMillisecond)->UseRealTime();
-    rpxbench::RateReporter reporter("notes/s");
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
+    DBHANDLE db;
+    if (STATUS s = NSFDbOpen(gNotesPath.c_str(), &db)) Fail("NSFDbOpen", s);
+    FORMULAHANDLE formula;
+    WORD length, line, column, offset, errorLength;
+    STATUS error;
+    if (STATUS s = NSFFormulaCompile(nullptr, 0, kFormula, static_cast<WORD>(std::strlen(kFormula)), &formula,
+                                     &length, &error, &line, &column, &offset, &errorLength))
+        Fail("NSFFormulaCompile", s);
+    sqlite3* raw = nullptr;
+    sqlite3_stmt* st = nullptr;
+    if (sqlite3_open_v2(gPath.c_str(), &raw, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK ||
+        sqlite3_prepare_v2(raw, "SELECT id, head, summary FROM notes ORDER BY id", -1, &st, nullptr) != SQLITE_OK) {
+        std::fprintf(stderr, "cannot scan the database with SQLite: %s\n", sqlite3_errmsg(raw));
+        return 1;
+    }
+
+    // Interleaved, the order alternating, so that a busy moment of the machine falls on both.
+    std::vector<double> searchTimes, scanTimes, ratios;
+    TimeSearch(db, formula);  // warm-up of both
+    TimeScan(st);
+    for (long long i = 0; i < gRuns; ++i) {
+        double search, scan;
+        if (i % 2 == 0) {
+            search = TimeSearch(db, formula);
+            scan = TimeScan(st);
+        } else {
+            scan = TimeScan(st);
+            search = TimeSearch(db, formula);
+        }
+        searchTimes.push_back(search);
+        scanTimes.push_back(scan);
+        ratios.push_back(scan / search);
+    }
+    sqlite3_finalize(st);
+    sqlite3_close(raw);
+    OSMemFree(formula);
+    NSFDbClose(db);
     NotesTerm();
 
-    double search = reporter.Rate("NSFSearch"), scan = reporter.Rate("RawSqliteScan");
-    std::printf("\nformula: %s, %lld documents\n", kFormula, gDocs);
-    std::printf("NSFSearch:       %12.0f notes/s  (%lld matches)\n", search, gSearchMatches);
-    std::printf("raw SQLite scan: %12.0f notes/s  (%lld matches)\n", scan, gScanMatches);
-    if (search > 0 && scan > 0) std::printf("ratio search/scan: %.2f\n", search / scan);
-    if (gSearchMatches >= 0 && gScanMatches >= 0 && gSearchMatches != gScanMatches) {
+    std::printf("\nformula: %s, %lld documents, %lld interleaved runs each\n", kFormula, gDocs, gRuns);
+    PrintSpread("NSFSearch:", searchTimes);
+    PrintSpread("raw SQLite scan:", scanTimes);
+    rpxbench::Spread ratio = rpxbench::SpreadOf(ratios);
+    std::printf("ratio search/scan: %.2f median of the runs' ratios (%.2f .. %.2f; goal >= 0.80)\n", ratio.median,
+                ratio.low, ratio.high);
+    std::printf("matches: %lld (search), %lld (scan)\n", gSearchMatches, gScanMatches);
+    if (gSearchMatches != gScanMatches) {
         std::fprintf(stderr, "the search and the scan disagree on the number of matches\n");
         return 1;
     }

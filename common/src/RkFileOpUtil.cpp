@@ -136,9 +136,11 @@ int streamCopy(const char* source, const char* destination) {
         fclose(in);
         return RkRPXFileOpUtil::RK_FOP_DESTINATION_FAILED;
     }
+    // Unbuffered: each chunk goes out in one write. The stream's own small buffer would split
+    // every chunk in two and leave all later writes misaligned with the file's pages.
+    setvbuf(out, nullptr, _IONBF, 0);
     int status = pumpFile(in, out, buffer.get());
     fclose(in);
-    // The last buffered bytes reach the file only here.
     if (fclose(out) != 0 && status == RkRPXFileOpUtil::RK_FOP_SUCCESS) {
         status = RkRPXFileOpUtil::RK_FOP_SHORT_WRITE;
     }

@@ -251,6 +251,18 @@ TEST_F(NsfdbTest, DatabaseSettingsRoundTripAndDefaultsComeFromThePlatform) {
     EXPECT_EQ(empty["replicaId"].get<std::string>().size(), 17u);
 }
 
+TEST_F(NsfdbTest, SettingsAfterTheNotesApplyAllTheSame) {
+    Json late = Json::parse(R"({"notes": [{"class": "document", "items": {"Form": "Memo"}}],
+        "title": "Late", "buildVersion": 461, "acl": [{"name": "-Default-", "level": "reader"}]})");
+    Create("late.nsf", late);
+    Json dump = Dump("late.nsf");
+    EXPECT_EQ(dump["title"], "Late");
+    EXPECT_EQ(dump["buildVersion"], 461);
+    EXPECT_EQ(dump["acl"], late["acl"]);
+    ASSERT_EQ(dump["notes"].size(), 1u);
+    EXPECT_EQ(dump["notes"][0]["items"], late["notes"][0]["items"]);
+}
+
 TEST_F(NsfdbTest, RelativePathsNeedAnExistingFolder) {
     WriteFile(Path("db.json"), R"({"title": "Sub"})");
     Result noFolder = Run({"create", "sub/x.nsf", "db.json"});
@@ -363,6 +375,11 @@ TEST_F(NsfdbTest, MalformedInputFailsWithThePlaceAndLeavesNoFile) {
         const char* message;
     } cases[] = {
         {R"({"title": "x",)", "line 1, column 15"},
+        {R"({"buildVersion": 1e999})", "line 1, column 22: number overflow"},
+        {"{\n  \"title\": \"x\",\n  \"notes\": [{\"class\": \"document\", \"items\": {\"N\": -1e400}}]}",
+         "line 3, column 55: number overflow"},
+        {R"({"notes": {"class": "document"}})", "notes: a list of notes is expected"},
+        {R"({"notes": [{"class": "document"}, 7]})", "notes[1]: an object is expected"},
         {R"({"notes": [{"class": "memo"}]})", "notes[0].class: unknown note class \"memo\""},
         {R"({"notes": [{"class": "acl"}]})", "notes[0].class"},
         {R"({"notes": [{"class": "document", "items": {"A": {"type": "blob", "hex": ""}}}]})",

@@ -145,6 +145,26 @@ TEST_F(RpxserverTest, InitMakesTheServerFolderOfTheScenario) {
         EXPECT_TRUE(Contains(dump.out, std::string(line) + "\n")) << line << " missing in:\n" << dump.out;
 }
 
+// Databases are made while the scenario is read: settings after the notes, a plain file and a
+// database beside one made that way, and a database in a folder of its own all come out whole.
+TEST_F(RpxserverTest, InitMakesDatabasesWhoseSettingsFollowTheirNotes) {
+    Result init = Init(R"({"data": {"a/late.nsf": {"notes": [{"class": "document", "items": {"Form": "Memo"}},
+                                                             {"class": "document", "items": {"Form": "Task"}}],
+                                                   "title": "Late", "acl": [{"name": "-Default-", "level": "reader"}]},
+                                    "plain.txt": "text",
+                                    "empty.nsf": {"title": "Empty"}},
+                           "server": {"clock": "virtual"}})");
+    ASSERT_EQ(init.exitCode, 0) << init.err;
+    Json late = Dump(Work() / "srv/data/a/late.nsf");
+    EXPECT_EQ(late["title"], "Late");
+    EXPECT_EQ(late["acl"], Json::parse(R"([{"name": "-Default-", "level": "reader"}])"));
+    ASSERT_EQ(late["notes"].size(), 2u);
+    EXPECT_EQ(late["notes"][1]["items"]["Form"], "Task");
+    EXPECT_EQ(Dump(Work() / "srv/data/empty.nsf")["title"], "Empty");
+    EXPECT_EQ(ReadFile(Work() / "srv/data/plain.txt"), "text");
+    EXPECT_EQ(WorkEntries(), std::vector<std::string>{"srv"}) << "no temporary folder is left";
+}
+
 TEST_F(RpxserverTest, InitDefaultsOverridesAndEmptyTargetFolder) {
     fs::create_directory(Work() / "empty");
     fs::path server = MakeServer(
@@ -166,6 +186,11 @@ TEST_F(RpxserverTest, InitRefusesBadScenariosAndLeavesNothingBehind) {
         const char* message;
     } cases[] = {
         {R"({"data": {)", "line 1"},
+        {R"({"server": {"busy": {"a.nsf": 1e999}}})", "scenario.json: line 1, column 35: number overflow"},
+        // A database made while the file is read goes with the rest.
+        {R"({"data": {"a.nsf": {"notes": [{"class": "document"}]}}, "bogus": 1})", "bogus: unknown key"},
+        {R"({"data": {"a.nsf": {"notes": [{"class": "document"}, {"class": "memo"}]}}})",
+         "scenario.json: data[\"a.nsf\"]: notes[1].class: unknown note class"},
         {R"({"notesIni": {}, "servers": {}})", "servers: unknown key"},
         {R"({"data": {"/abs/x.nsf": {}}})", "not absolute"},
         {R"({"install": {"program/../../x.txt": "x"}})", "\"..\""},

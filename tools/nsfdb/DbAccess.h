@@ -7,6 +7,8 @@
 
 #include "DbModel.h"
 
+#include "global.h"
+
 namespace nsfdb {
 
 // Every note but the ACL note (its entries are in DatabaseData::acl), in
@@ -18,6 +20,31 @@ DatabaseData ReadDatabase(const std::string& path);
 // a failure leaves nothing behind and an existing file is never replaced.
 // source names the JSON the data came from, for error messages.
 void CreateDatabase(const std::string& path, const DatabaseData& db, const std::string& source);
+
+// Makes a database as CreateDatabase does, one note at a time, so that the notes need not all be
+// held at once. The settings given to Begin are written before the first note; Finish writes the
+// settings again (some may have come after the notes), writes the ACL if Begin had none, and
+// gives the file its name. A builder destroyed before Finish leaves nothing behind.
+class DatabaseBuilder {
+public:
+    DatabaseBuilder(std::string path, std::string source);
+    ~DatabaseBuilder();
+    DatabaseBuilder(const DatabaseBuilder&) = delete;
+    DatabaseBuilder& operator=(const DatabaseBuilder&) = delete;
+
+    bool begun() const { return begun_; }
+    // Does nothing when already begun.
+    void Begin(const DatabaseData& settings);
+    // place names the note in messages.
+    void AddNote(const NoteData& note, const std::string& place);
+    void Finish(const DatabaseData& settings);
+
+private:
+    std::string path_, source_, temporary_;
+    DBHANDLE db_ = NULLHANDLE;
+    bool begun_ = false;
+    bool aclWritten_ = false;
+};
 
 }  // namespace nsfdb
 

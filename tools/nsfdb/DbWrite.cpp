@@ -97,10 +97,12 @@ void SetUnid(NOTEHANDLE note, const UNID& unid) {
 }
 
 void AppendItems(NOTEHANDLE note, const NoteData& data, const std::string& place) {
-    for (const ItemData& item : data.items)
-        Check(NSFItemAppend(note, item.flags, item.name.data(), static_cast<WORD>(item.name.size()),
-                            item.type, item.value.data(), static_cast<DWORD>(item.value.size())),
-              place + ".items." + LmbcsToUtf8Lossy(item.name) + ": cannot add the item");
+    for (const ItemData& item : data.items) {
+        STATUS status = NSFItemAppend(note, item.flags, item.name.data(), static_cast<WORD>(item.name.size()),
+                                      item.type, item.value.data(), static_cast<DWORD>(item.value.size()));
+        // The message is made only when needed: a database can have millions of items.
+        if (status) Check(status, place + ".items." + LmbcsToUtf8Lossy(item.name) + ": cannot add the item");
+    }
 }
 
 void WriteNote(DBHANDLE db, const NoteData& data, const std::string& place) {
@@ -109,27 +111,17 @@ void WriteNote(DBHANDLE db, const NoteData& data, const std::string& place) {
               place + ".noteId: " + NoteIdText(*data.noteId) +
                   " cannot be given (a note ID must be above every note ID the database has used)");
     NoteHandle note;
-    Check(NSFNoteCreate(db, note.out()), place + ": cannot create the note");
+    if (STATUS status = NSFNoteCreate(db, note.out())) Check(status, place + ": cannot create the note");
     WORD noteClass = data.noteClass;
     NSFNoteSetInfo(note.get(), _NOTE_CLASS, &noteClass);
     if (data.unid) SetUnid(note.get(), *data.unid);
     AppendItems(note.get(), data, place);
-    Check(NSFNoteUpdate(note.get(), 0), place + ": cannot save the note");
+    if (STATUS status = NSFNoteUpdate(note.get(), 0)) Check(status, place + ": cannot save the note");
     NOTEID id = 0;
     NSFNoteGetInfo(note.get(), _NOTE_ID, &id);
     if (data.noteId && id != *data.noteId)
         throw ToolError(place + ".noteId: the note was saved as " + NoteIdText(id) + ", not as " +
                         NoteIdText(*data.noteId));
-}
-
-void WriteContent(const std::string& path, const DatabaseData& data, const std::string& source) {
-    DbHandle db;
-    Check(NSFDbOpen(PlatformPath(path).c_str(), db.out()), "cannot open the new database");
-    WriteInfo(db.get(), data, source);
-    WriteReplicaInfo(db.get(), data);
-    WriteAcl(db.get(), data, source);
-    for (size_t i = 0; i < data.notes.size(); ++i)
-        WriteNote(db.get(), data.notes[i], source + ": notes[" + std::to_string(i) + "]");
 }
 
 // Gives the finished database its name. A hard link fails rather than
@@ -154,22 +146,58 @@ void Discard(const std::string& temporary) {
 
 }  // namespace
 
-void CreateDatabase(const std::string& path, const DatabaseData& data, const std::string& source) {
-    if (Exists(path)) throw ToolError(AlreadyExists(path));
+DatabaseBuilder::DatabaseBuilder(std::string path, std::string source)
+    : path_(std::move(path)), source_(std::move(source)) {}
+
+DatabaseBuilder::~DatabaseBuilder() {
+    if (db_) NSFDbClose(db_);
+    if (!temporary_.empty()) Discard(temporary_);
+}
+
+void DatabaseBuilder::Begin(const DatabaseData& settings) {
+    if (begun_) return;
+    begun_ = true;
+    if (Exists(path_)) throw ToolError(AlreadyExists(path_));
     struct stat folder;
-    if (::stat(FolderOf(path).c_str(), &folder) != 0 || !S_ISDIR(folder.st_mode))
-        throw ToolError(path + ": the folder does not exist");
-    std::string temporary = TemporaryPathBeside(path);
-    if (temporary.size() >= MAXPATH) throw ToolError(path + ": the path is longer than the platform accepts");
+    if (::stat(FolderOf(path_).c_str(), &folder) != 0 || !S_ISDIR(folder.st_mode))
+        throw ToolError(path_ + ": the folder does not exist");
+    std::string temporary = TemporaryPathBeside(path_);
+    if (temporary.size() >= MAXPATH) throw ToolError(path_ + ": the path is longer than the platform accepts");
     Check(NSFDbCreate(PlatformPath(temporary).c_str(), DBCLASS_BY_EXTENSION, FALSE),
-          path + ": cannot create the database");
-    try {
-        WriteContent(temporary, data, source);
-        Publish(temporary, path);
-    } catch (...) {
-        Discard(temporary);
-        throw;
-    }
+          path_ + ": cannot create the database");
+    temporary_ = temporary;
+    Check(NSFDbOpen(PlatformPath(temporary_).c_str(), &db_), "cannot open the new database");
+    // Nothing else sees the file until it is published, so its changes need no flush each.
+    Check(EmuDbBulkLoad(db_, TRUE), "cannot start writing the new database");
+    WriteInfo(db_, settings, source_);
+    WriteReplicaInfo(db_, settings);
+    WriteAcl(db_, settings, source_);
+    aclWritten_ = settings.acl.has_value();
+}
+
+void DatabaseBuilder::AddNote(const NoteData& note, const std::string& place) {
+    WriteNote(db_, note, place);
+}
+
+void DatabaseBuilder::Finish(const DatabaseData& settings) {
+    Begin(settings);
+    // Settings that came after the notes in the JSON.
+    WriteInfo(db_, settings, source_);
+    WriteReplicaInfo(db_, settings);
+    if (!aclWritten_) WriteAcl(db_, settings, source_);
+    Check(EmuDbBulkLoad(db_, FALSE), "cannot write the new database");
+    Check(NSFDbClose(db_), "cannot close the new database");
+    db_ = NULLHANDLE;
+    Publish(temporary_, path_);
+    temporary_.clear();
+}
+
+void CreateDatabase(const std::string& path, const DatabaseData& data, const std::string& source) {
+    DatabaseBuilder builder(path, source);
+    builder.Begin(data);
+    for (size_t i = 0; i < data.notes.size(); ++i)
+        builder.AddNote(data.notes[i], source + ": notes[" + std::to_string(i) + "]");
+    builder.Finish(data);
 }
 
 }  // namespace nsfdb

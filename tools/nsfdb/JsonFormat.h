@@ -4,7 +4,9 @@
 #ifndef NSFDB_JSONFORMAT_H
 #define NSFDB_JSONFORMAT_H
 
+#include <functional>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -15,14 +17,37 @@ namespace nsfdb {
 // Objects keep their keys in the order written: items are ordered.
 using Json = nlohmann::ordered_json;
 
-// Parses JSON text. Syntax errors and a key given twice in one object throw
-// ToolError with the line and column or the key's place.
+// Parses JSON text. Syntax errors and numbers out of range throw ToolError with the line and
+// column, a key given twice in one object with the key's place.
 Json ParseJsonText(const std::string& text);
+
+// Where a value stands in a document: a key or a list position per level, from the root.
+struct JsonStep {
+    bool isKey;
+    std::string key;
+    size_t index;
+};
+using JsonPath = std::vector<JsonStep>;
+// "notes[2].items.Count"; "the document" for the root.
+std::string PlaceOf(const JsonPath& path);
+
+// Offered each complete value as it is read, with its place; returns true when it has taken the
+// value, which is then left out of the parsed document. Lets a large list be handled one
+// element at a time.
+using JsonValueSink = std::function<bool(const JsonPath& path, const Json& value)>;
+
+// Parses the JSON file at path into result, errors as ParseJsonText (without the file's name).
+// result is built as the parse goes, so a sink may look at what has been read so far.
+void ParseJsonFile(const std::string& path, const JsonValueSink& sink, Json& result);
 
 // Checks and converts; throws ToolError("<place>: <problem>"), e.g.
 // "notes[2].items.Count: ...". Needs the platform (texts become LMBCS,
 // formulas are compiled).
 DatabaseData DatabaseFromJson(const Json& root);
+// The same without the notes (a "notes" list is only checked to be one).
+DatabaseData DatabaseSettingsFromJson(const Json& root);
+// One element of "notes"; place names it in messages ("notes[3]").
+NoteData NoteFromJson(const Json& note, const std::string& place);
 
 Json DatabaseToJson(const DatabaseData& db);
 // An item's value as the dump writes it.

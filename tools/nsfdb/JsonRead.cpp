@@ -1,8 +1,13 @@
 // JSON text -> DatabaseData, checking everything on the way.
+#include <algorithm>
 #include <cstring>
+#include <fstream>
+#include <functional>
+#include <sstream>
 #include <initializer_list>
 #include <set>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "JsonFormat.h"
@@ -30,30 +35,34 @@ std::string Element(const std::string& place, size_t index) {
     return place + "[" + std::to_string(index) + "]";
 }
 
-// Tracks where the parser is, to name the place of a key given twice.
-class DuplicateKeyCheck {
+// Tracks where the parser is, to name the place of a key given twice, and offers each complete
+// value to the sink (a value the sink takes is left out of the document).
+class PathTracker {
 public:
+    explicit PathTracker(const JsonValueSink* sink) : sink_(sink) {}
+
     bool operator()(int /*depth*/, Json::parse_event_t event, Json& parsed) {
         switch (event) {
             case Json::parse_event_t::object_start:
             case Json::parse_event_t::array_start:
-                frames_.push_back(Frame{event == Json::parse_event_t::object_start, {}, {}, 0});
+                path_.push_back(JsonStep{false, {}, 0});
+                frames_.push_back(Frame{event == Json::parse_event_t::object_start, {}, {}});
                 break;
             case Json::parse_event_t::key: {
-                Frame& top = frames_.back();
+                JsonStep& top = path_.back();
+                top.isKey = true;
                 top.key = parsed.get<std::string>();
-                if (!top.keys.insert(top.key).second)
-                    Fail(Place(), "the key \"" + top.key + "\" is given twice");
+                if (!frames_.back().AddKey(top.key))
+                    Fail(PlaceOf(path_), "the key \"" + top.key + "\" is given twice");
                 break;
             }
             case Json::parse_event_t::object_end:
             case Json::parse_event_t::array_end:
+                path_.pop_back();
                 frames_.pop_back();
-                ElementDone();
-                break;
+                return ValueDone(parsed);
             case Json::parse_event_t::value:
-                ElementDone();
-                break;
+                return ValueDone(parsed);
         }
         return true;
     }
@@ -61,22 +70,29 @@ public:
 private:
     struct Frame {
         bool isObject;
-        std::set<std::string> keys;
-        std::string key;
-        size_t index;
+        // Most objects have a handful of keys: a list is searched until it grows long.
+        std::vector<std::string> few;
+        std::unordered_set<std::string> many;
+
+        bool AddKey(const std::string& key) {
+            if (many.empty() && few.size() < 16) {
+                if (std::find(few.begin(), few.end(), key) != few.end()) return false;
+                few.push_back(key);
+                return true;
+            }
+            if (many.empty()) many.insert(few.begin(), few.end());
+            return many.insert(key).second;
+        }
     };
 
-    void ElementDone() {
-        if (!frames_.empty() && !frames_.back().isObject) ++frames_.back().index;
+    bool ValueDone(const Json& value) {
+        bool keep = !(sink_ && *sink_ && !path_.empty() && (*sink_)(path_, value));
+        if (!frames_.empty() && !frames_.back().isObject) ++path_.back().index;
+        return keep;
     }
 
-    std::string Place() const {
-        std::string place;
-        for (const Frame& frame : frames_)
-            place = frame.isObject ? Member(place, frame.key) : Element(place, frame.index);
-        return place.empty() ? "the document" : place;
-    }
-
+    const JsonValueSink* sink_;
+    JsonPath path_;  // one step per open object or list
     std::vector<Frame> frames_;
 };
 
@@ -313,6 +329,8 @@ NOTEID NoteIdFromJson(const Json& value, const std::string& place) {
     return static_cast<NOTEID>(Whole(value, 1, 0x7FFFFFFF, place));
 }
 
+}  // namespace
+
 NoteData NoteFromJson(const Json& note, const std::string& place) {
     RequireObject(note, place);
     CheckKeys(note, {"class", "unid", "noteId", "items"}, place);
@@ -327,6 +345,8 @@ NoteData NoteFromJson(const Json& note, const std::string& place) {
     if (note.contains("items")) data.items = ItemsFromJson(note["items"], Member(place, "items"));
     return data;
 }
+
+namespace {
 
 WORD AclLevelFromJson(const Json& value, const std::string& place) {
     if (value.is_number()) return static_cast<WORD>(Whole(value, 0, ACL_LEVEL_HIGHEST, place));
@@ -396,21 +416,100 @@ std::vector<NoteData> NotesFromJson(const Json& notes) {
     return result;
 }
 
+// "line L, column C" of the character before `offset` (the parser's position is the count of
+// characters it has read).
+std::string LineAndColumn(std::istream& text, size_t offset) {
+    size_t line = 1, column = 0;
+    char c;
+    for (size_t i = 0; i < offset && text.get(c); ++i) {
+        if (c == '\n' && i + 1 < offset) {
+            ++line;
+            column = 0;
+        } else {
+            ++column;
+        }
+    }
+    return "line " + std::to_string(line) + ", column " + std::to_string(column);
+}
+
+// "[json.exception.parse_error.101] parse error at line 1, column 15: ..." -> "line 1, column 15: ..."
+// "[json.exception.out_of_range.406] number overflow ..." -> "number overflow ..."
+std::string WithoutPrefix(std::string message) {
+    for (const char* prefix : {"] ", "parse error at "}) {
+        size_t start = message.find(prefix);
+        if (start != std::string::npos) message.erase(0, start + std::strlen(prefix));
+    }
+    return message;
+}
+
+// The parser's own tree builder, with every error it reports (syntax, a number out of range)
+// turned into a ToolError that names the line and column.
+class PlacedDomParser : public nlohmann::detail::json_sax_dom_callback_parser<Json> {
+public:
+    PlacedDomParser(Json& result, const JsonValueSink* sink, std::function<std::string(size_t)> locate)
+        : json_sax_dom_callback_parser(result, PathTracker(sink)), locate_(std::move(locate)) {}
+
+    template <class Exception>
+    bool parse_error(std::size_t position, const std::string& /*lastToken*/, const Exception& error) {
+        std::string message = WithoutPrefix(error.what());
+        if (message.compare(0, 5, "line ") == 0) throw ToolError(message);
+        throw ToolError(locate_(position) + ": " + message);
+    }
+
+private:
+    std::function<std::string(size_t)> locate_;
+};
+
+template <class Input>
+void Parse(Input&& input, const JsonValueSink* sink, std::function<std::string(size_t)> locate, Json& result) {
+    PlacedDomParser parser(result, sink, std::move(locate));
+    try {
+        Json::sax_parse(std::forward<Input>(input), &parser);
+    } catch (const Json::exception& error) {  // anything the parser did not place
+        throw ToolError(WithoutPrefix(error.what()));
+    }
+}
+
 }  // namespace
 
 Json ParseJsonText(const std::string& text) {
-    try {
-        return Json::parse(text, DuplicateKeyCheck());
-    } catch (const Json::parse_error& error) {
-        // "[json.exception.parse_error.101] parse error at line 1, column 15: ..." -> "line 1, column 15:
-        // ..."
-        std::string message = error.what();
-        for (const char* prefix : {"] ", "parse error at "}) {
-            size_t start = message.find(prefix);
-            if (start != std::string::npos) message.erase(0, start + std::strlen(prefix));
-        }
-        throw ToolError(message);
+    Json result;
+    Parse(
+        text, nullptr,
+        [&](size_t offset) {
+            std::istringstream in(text);
+            return LineAndColumn(in, offset);
+        },
+        result);
+    return result;
+}
+
+void ParseJsonFile(const std::string& path, const JsonValueSink& sink, Json& result) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) throw ToolError("cannot read the file");
+    Parse(
+        in, &sink,
+        [&](size_t offset) {
+            std::ifstream again(path, std::ios::binary);
+            return LineAndColumn(again, offset);
+        },
+        result);
+}
+
+std::string PlaceOf(const JsonPath& path) {
+    std::string place;
+    for (const JsonStep& step : path) place = step.isKey ? Member(place, step.key) : Element(place, step.index);
+    return place.empty() ? "the document" : place;
+}
+
+DatabaseData DatabaseSettingsFromJson(const Json& root) {
+    if (!root.is_object()) throw ToolError("the document: an object is expected");
+    Json settings = root;
+    if (settings.contains("notes")) {
+        if (!settings["notes"].is_array()) Fail("notes", "a list of notes is expected");
+        settings.erase("notes");
     }
+    return DatabaseFromJson(settings);
 }
 
 DatabaseData DatabaseFromJson(const Json& root) {

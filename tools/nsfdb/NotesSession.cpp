@@ -77,7 +77,19 @@ bool Translate(WORD mode, const std::string& in, std::string& out) {
     return !out.empty();
 }
 
+// Printable ASCII is the same in UTF-8 and in LMBCS (control characters are not: LMBCS uses
+// them as group bytes), so such text needs no round trip through the platform.
+bool IsPrintableAscii(const std::string& text) {
+    for (char c : text)
+        if (c < 0x20 || c > 0x7E) return false;
+    return true;
+}
+
 bool TranslateExact(WORD mode, WORD backMode, const std::string& in, std::string& out) {
+    if (in.size() <= kMaxTranslateInput && IsPrintableAscii(in)) {
+        out = in;
+        return true;
+    }
     std::string back;
     return Translate(mode, in, out) && Translate(backMode, out, back) && back == in;
 }

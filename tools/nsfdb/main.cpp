@@ -11,6 +11,7 @@
 #include "DbAccess.h"
 #include "DbDiff.h"
 #include "JsonFormat.h"
+#include "JsonStream.h"
 #include "NotesSession.h"
 
 namespace nsfdb {
@@ -89,33 +90,12 @@ public:
     PlatformSession& operator=(const PlatformSession&) = delete;
 };
 
-std::string ReadTextFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) throw ToolError("cannot read the file");
-    std::ostringstream text;
-    text << in.rdbuf();
-    if (in.bad()) throw ToolError("cannot read the file");
-    return text.str();
-}
-
-// Errors of the JSON are reported with the JSON file's name.
-template <typename F>
-auto InJson(const std::string& jsonPath, F&& step) -> decltype(step()) {
-    try {
-        return step();
-    } catch (const ToolError& error) {
-        throw ToolError(jsonPath + ": " + error.what());
-    }
-}
-
 int Create(const std::vector<std::string>& args) {
     if (args.size() != 2) return Usage("create takes FILE and DB.json", kCreateHelp);
     const std::string& jsonPath = args[1];
     std::string path = AbsolutePath(args[0]);
-    Json json = InJson(jsonPath, [&] { return ParseJsonText(ReadTextFile(jsonPath)); });
     PlatformSession platform(path);
-    DatabaseData data = InJson(jsonPath, [&] { return DatabaseFromJson(json); });
-    CreateDatabase(path, data, jsonPath);
+    CreateDatabaseFromJsonFile(path, jsonPath);
     return kExitOk;
 }
 

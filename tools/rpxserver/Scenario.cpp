@@ -66,21 +66,6 @@ std::vector<IniLine> ReadNotesIni(const Json& object) {
     return lines;
 }
 
-// A path below the folder: no way out of it and no part that names nothing.
-void CheckRelativePath(const std::string& path, const std::string& place) {
-    if (path.empty()) Fail(place, "the path is empty");
-    if (path.front() == '/') Fail(place, "the path must be relative to its folder, not absolute");
-    if (path.find('\0') != std::string::npos) Fail(place, "the path holds a NUL character");
-    size_t begin = 0;
-    while (begin <= path.size()) {
-        size_t end = std::min(path.find('/', begin), path.size());
-        std::string part = path.substr(begin, end - begin);
-        if (part == "..") Fail(place, "the path must not hold \"..\"");
-        if (part.empty() || part == ".") Fail(place, "the path has an empty or \".\" part");
-        begin = end + 1;
-    }
-}
-
 std::vector<ScenarioFile> ReadFolder(const Json& object, const std::string& folder) {
     if (!object.is_object()) Fail(folder, "an object of paths is expected");
     std::vector<ScenarioFile> files;
@@ -124,6 +109,20 @@ void ReadServer(const Json& object, Scenario& scenario) {
 }
 
 }  // namespace
+
+void CheckRelativePath(const std::string& path, const std::string& place) {
+    if (path.empty()) Fail(place, "the path is empty");
+    if (path.front() == '/') Fail(place, "the path must be relative to its folder, not absolute");
+    if (path.find('\0') != std::string::npos) Fail(place, "the path holds a NUL character");
+    size_t begin = 0;
+    while (begin <= path.size()) {
+        size_t end = std::min(path.find('/', begin), path.size());
+        std::string part = path.substr(begin, end - begin);
+        if (part == "..") Fail(place, "the path must not hold \"..\"");
+        if (part.empty() || part == ".") Fail(place, "the path has an empty or \".\" part");
+        begin = end + 1;
+    }
+}
 
 Scenario ScenarioFromJson(const Json& root) {
     if (!root.is_object()) Fail("the document", "an object is expected");

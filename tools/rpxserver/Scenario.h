@@ -34,6 +34,9 @@ struct Scenario {
 };
 
 // Throws nsfdb::ToolError naming the place of a fault, e.g. "notesIni.Directory: ...".
+// A path below a folder: no way out of it and no part that names nothing.
+void CheckRelativePath(const std::string& path, const std::string& place);
+
 Scenario ScenarioFromJson(const Json& root);
 
 // The lines of the server's notes.ini: Directory, VeltrixInstallPath and ServerName first

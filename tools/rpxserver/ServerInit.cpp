@@ -9,7 +9,13 @@
 #include <system_error>
 #include <vector>
 
+#include <map>
+#include <set>
+#include <tuple>
+#include <utility>
+
 #include "DbAccess.h"
+#include "JsonStream.h"
 #include "NotesSession.h"
 #include "ServerInit.h"
 
@@ -98,12 +104,19 @@ void MakeDatabase(const ScenarioFile& file, const fs::path& path, const std::str
     nsfdb::CreateDatabase(path.string(), data, place);
 }
 
-void MakeFiles(const Scenario& scenario, const fs::path& staging, const std::string& source) {
-    PlatformForDatabases platform(staging / "data");
+using FileKey = std::pair<std::string, std::string>;  // folder, relative path
+
+std::string PlaceOf(const std::string& source, const std::string& folder, const std::string& relativePath) {
+    return source + ": " + folder + "[\"" + relativePath + "\"]";
+}
+
+void MakeFiles(const Scenario& scenario, const fs::path& staging, const std::string& source,
+               PlatformForDatabases& platform, const std::set<FileKey>& made) {
     for (const ScenarioFile& file : scenario.files) {
+        if (made.count({file.folder, file.relativePath})) continue;
         fs::path path = staging / file.folder / file.relativePath;
         MakeFolder(path.parent_path());
-        std::string place = source + ": " + file.folder + "[\"" + file.relativePath + "\"]";
+        std::string place = PlaceOf(source, file.folder, file.relativePath);
         if (file.isDatabase)
             MakeDatabase(file, path, place, platform);
         else
@@ -111,19 +124,102 @@ void MakeFiles(const Scenario& scenario, const fs::path& staging, const std::str
     }
 }
 
+// Databases with notes are made while the scenario is read, each note written as soon as it is
+// read, so that a scenario with large databases is never held whole in memory.
+class StreamedDatabases {
+public:
+    StreamedDatabases(const fs::path& staging, const std::string& source, PlatformForDatabases& platform,
+                      const Json& root)
+        : staging_(staging), source_(source), platform_(platform), root_(root) {}
+
+    // For nsfdb::ParseJsonFile: takes data|install.<path>.notes[i].
+    bool Take(const nsfdb::JsonPath& where, const Json& value) {
+        if (where.size() < 2 || !where[0].isKey || !where[1].isKey) return false;
+        const std::string& folder = where[0].key;
+        if (folder != "data" && folder != "install") return false;
+        FileKey key{folder, where[1].key};
+        if (where.size() == 2) {  // the whole entry has been read
+            auto open = open_.find(key);
+            if (open != open_.end()) {
+                open->second.stream.Finish(value);
+                open_.erase(open);
+                made_.insert(key);
+            }
+            return false;
+        }
+        if (where.size() != 4 || !where[2].isKey || where[2].key != "notes" || where[3].isKey) return false;
+        Open(key).stream.Note(where[3].index, value, root_.at(folder).at(key.second));
+        return true;
+    }
+
+    const std::set<FileKey>& made() const { return made_; }
+
+private:
+    struct Building {
+        Building(const std::string& path, const std::string& place) : builder(path, place), stream(builder, place) {}
+        nsfdb::DatabaseBuilder builder;
+        nsfdb::DatabaseStream stream;
+    };
+
+    Building& Open(const FileKey& key) {
+        auto found = open_.find(key);
+        if (found != open_.end()) return found->second;
+        std::string place = PlaceOf(source_, key.first, key.second);
+        try {
+            CheckRelativePath(key.second, key.first + "[\"" + key.second + "\"]");
+        } catch (const ToolError& error) {
+            throw nsfdb::PlacedError(source_ + ": " + error.what());
+        }
+        fs::path path = staging_ / key.first / key.second;
+        MakeFolder(path.parent_path());
+        platform_.Start();
+        return open_.emplace(std::piecewise_construct, std::forward_as_tuple(key),
+                             std::forward_as_tuple(path.string(), place))
+            .first->second;
+    }
+
+    fs::path staging_;
+    std::string source_;
+    PlatformForDatabases& platform_;
+    const Json& root_;
+    std::map<FileKey, Building> open_;
+    std::set<FileKey> made_;
+};
+
 std::string NotesIniText(const Scenario& scenario, const fs::path& dir) {
     std::string text = "[Notes]\n";
     for (const IniLine& line : NotesIniLines(scenario, dir.string())) text += line.first + "=" + line.second + "\n";
     return text;
 }
 
-void Populate(const Scenario& scenario, const fs::path& staging, const fs::path& dir, const std::string& source) {
-    MakeFolder(staging / "data");
-    MakeFolder(staging / "install");
+void Populate(const Scenario& scenario, const fs::path& staging, const fs::path& dir, const std::string& source,
+              PlatformForDatabases& platform, const std::set<FileKey>& made) {
     if (scenario.tempFolder) MakeFolder(staging / "data" / "rpxtemp");
-    MakeFiles(scenario, staging, source);
+    MakeFiles(scenario, staging, source, platform, made);
     WriteFile(staging / "notes.ini", NotesIniText(scenario, dir));
     if (scenario.serverSettings) WriteFile(staging / "server.json", scenario.serverSettings->dump(2) + "\n");
+}
+
+// Reads the scenario and makes the server in the staging folder.
+void Build(const std::string& scenarioPath, const fs::path& staging, const fs::path& dir) {
+    MakeFolder(staging / "data");
+    MakeFolder(staging / "install");
+    PlatformForDatabases platform(staging / "data");
+    Json root;
+    StreamedDatabases streamed(staging, scenarioPath, platform, root);
+    Scenario scenario;
+    try {
+        nsfdb::ParseJsonFile(
+            scenarioPath, [&](const nsfdb::JsonPath& where, const Json& value) { return streamed.Take(where, value); },
+            root);
+        scenario = ScenarioFromJson(root);
+    } catch (const nsfdb::PlacedError&) {
+        throw;
+    } catch (const ToolError& error) {
+        throw ToolError(scenarioPath + ": " + error.what());
+    }
+    root = Json();
+    Populate(scenario, staging, dir, scenarioPath, platform, streamed.made());
 }
 
 // rename() replaces an empty folder but never a folder with something in it.
@@ -147,13 +243,13 @@ std::string AsFinalPaths(std::string message, const fs::path& staging, const fs:
 
 }  // namespace
 
-void InitServer(const Scenario& scenario, const std::string& dirText, const std::string& source) {
+void InitServer(const std::string& scenarioPath, const std::string& dirText) {
     fs::path dir = fs::path(nsfdb::AbsolutePath(dirText)).lexically_normal();
     if (!dir.has_filename()) dir = dir.parent_path();  // "x/" -> "x"
     CheckTarget(dir);
     fs::path staging = MakeStagingFolder(dir);
     try {
-        Populate(scenario, staging, dir, source);
+        Build(scenarioPath, staging, dir);
         Publish(staging, dir);
     } catch (const ToolError& error) {
         Discard(staging);

@@ -13,7 +13,8 @@ namespace rpxserver {
 // Everything is made in a temporary folder beside dir, which becomes dir only when complete,
 // so a failure leaves nothing behind. source names the scenario in error messages.
 // Throws nsfdb::ToolError.
-void InitServer(const Scenario& scenario, const std::string& dir, const std::string& source);
+// Makes the server folder dir from the scenario file. Databases are written as the file is read.
+void InitServer(const std::string& scenarioPath, const std::string& dir);
 
 }  // namespace rpxserver
 

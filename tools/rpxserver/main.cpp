@@ -174,26 +174,9 @@ int Usage(const std::string& problem, const std::string& help) {
     return kExitUsage;
 }
 
-std::string ReadTextFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) throw nsfdb::ToolError(path + ": cannot read the file");
-    std::ostringstream text;
-    text << in.rdbuf();
-    if (in.bad()) throw nsfdb::ToolError(path + ": cannot read the file");
-    return text.str();
-}
-
 int Init(const std::vector<std::string>& args) {
     if (args.size() != 2) return Usage("init takes SCENARIO.json and DIR", kInitHelp);
-    const std::string& scenarioPath = args[0];
-    std::string text = ReadTextFile(scenarioPath);
-    Scenario scenario;
-    try {
-        scenario = ScenarioFromJson(nsfdb::ParseJsonText(text));
-    } catch (const nsfdb::ToolError& error) {
-        throw nsfdb::ToolError(scenarioPath + ": " + error.what());
-    }
-    InitServer(scenario, args[1], scenarioPath);
+    InitServer(args[0], args[1]);
     return kExitOk;
 }
 

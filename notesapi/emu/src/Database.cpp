@@ -483,6 +483,13 @@ STATUS LNPUBLIC EmuDbSetBuildVersion(DBHANDLE hDB, WORD version) {
 	return file->WriteSettings(settings);
 }
 
+STATUS LNPUBLIC EmuDbBulkLoad(DBHANDLE hDB, BOOL on) {
+	ApiLock lock(ApiMutex());
+	DbFile* file;
+	if (STATUS s = FindFile(hDB, "EmuDbBulkLoad", file)) return s;
+	return file->SetBulkLoad(on != FALSE);
+}
+
 STATUS LNPUBLIC EmuDbSetNextNoteID(DBHANDLE hDB, NOTEID nextNoteID) {
 	ApiLock lock(ApiMutex());
 	DbFile* file;

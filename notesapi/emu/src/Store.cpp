@@ -89,6 +89,7 @@ NoteHead HeadOf(const StoredNote& note, bool deleted) {
 }  // namespace
 
 DbFile::~DbFile() {
+	if (bulkLoad_) SetBulkLoad(false);
 	for (auto& entry : statements_) sqlite3_finalize(entry.second);
 	sqlite3_close(db_);
 	auto& registry = Registry();
@@ -183,19 +184,44 @@ sqlite3_stmt* DbFile::Prepare(const char* sqlText) {
 	return st;
 }
 
+// Savepoints are taken once per change: their statements are prepared once, not parsed each time.
+constexpr const char* kSavepoint = "SAVEPOINT nested";
+constexpr const char* kRelease = "RELEASE nested";
+constexpr const char* kRollbackTo = "ROLLBACK TO nested";
+
+int DbFile::Run(const char* sqlText) {
+	sqlite3_stmt* st = Prepare(sqlText);
+	if (!st) return sqlite3_errcode(db_) == SQLITE_OK ? SQLITE_ERROR : sqlite3_errcode(db_);
+	int rc = sqlite3_step(st);
+	sqlite3_reset(st);
+	return rc == SQLITE_DONE ? SQLITE_OK : rc;
+}
+
 STATUS DbFile::Begin() {
-	if (transactionDepth_++ > 0) return NOERROR;
-	int rc = sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
-	if (rc != SQLITE_OK) {
-		transactionDepth_ = 0;
-		return SqlStatus(rc);
-	}
+	int rc = transactionDepth_ == 0 ? sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) : Run(kSavepoint);
+	if (rc != SQLITE_OK) return SqlStatus(rc);
+	if (++transactionDepth_ == 2) pendingAtChangeStart_ = pendingNextId_;
 	return NOERROR;
 }
 
 STATUS DbFile::Commit() {
 	if (transactionDepth_ == 0) return NOERROR;
-	if (--transactionDepth_ > 0) return NOERROR;
+	if (transactionDepth_ > 1) {
+		int rc = Run(kRelease);
+		if (rc != SQLITE_OK) {
+			Rollback();
+			return SqlStatus(rc);
+		}
+		--transactionDepth_;
+		++generation_;
+		if (bulkLoad_ && transactionDepth_ == 1 && ++bulkCommits_ >= kBulkGroupSize) return WriteBulkGroup();
+		return NOERROR;
+	}
+	if (STATUS s = StorePendingNextId()) {
+		Rollback();
+		return s;
+	}
+	transactionDepth_ = 0;
 	int rc = sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr);
 	if (rc != SQLITE_OK) {
 		sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
@@ -207,11 +233,45 @@ STATUS DbFile::Commit() {
 
 void DbFile::Rollback() {
 	if (transactionDepth_ == 0) return;
+	if (transactionDepth_ > 1) {
+		Run(kRollbackTo);
+		Run(kRelease);
+		if (transactionDepth_-- == 2) pendingNextId_ = pendingAtChangeStart_;
+		return;
+	}
 	transactionDepth_ = 0;
+	pendingNextId_ = 0;
 	sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
 }
 
+STATUS DbFile::WriteBulkGroup() {
+	bulkCommits_ = 0;
+	if (STATUS s = Commit()) {
+		bulkLoad_ = false;
+		return s;
+	}
+	return Begin();
+}
+
+STATUS DbFile::SetBulkLoad(bool on) {
+	if (on == bulkLoad_) return NOERROR;
+	if (on) {
+		if (transactionDepth_ != 0) return ERR_LOCK;
+		if (STATUS s = Begin()) return s;
+		// A larger page cache keeps the group's pages in memory until it is written.
+		sqlite3_exec(db_, "PRAGMA cache_size=-65536", nullptr, nullptr, nullptr);
+		bulkLoad_ = true;
+		bulkCommits_ = 0;
+		return NOERROR;
+	}
+	bulkLoad_ = false;
+	STATUS status = Commit();
+	sqlite3_exec(db_, "PRAGMA cache_size=-2000", nullptr, nullptr, nullptr);
+	return status;
+}
+
 STATUS DbFile::ReadSettings(DbSettings& out) {
+	if (STATUS s = StorePendingNextId()) return s;
 	sqlite3_stmt* st = Prepare("SELECT key, value FROM meta");
 	if (!st) return ERR_NOT_NSF;
 	int rc;
@@ -232,6 +292,7 @@ STATUS DbFile::ReadSettings(DbSettings& out) {
 STATUS DbFile::WriteSettings(const DbSettings& settings) {
 	Transaction tx(*this);
 	if (tx.status()) return tx.status();
+	pendingNextId_ = 0;  // settings.nextNoteId is the counter now
 	const char* sqlText = "INSERT OR REPLACE INTO meta(key, value) VALUES(?1, ?2)";
 	auto put = [&](const char* key, auto bind) -> STATUS {
 		sqlite3_stmt* st = Prepare(sqlText);
@@ -352,18 +413,44 @@ STATUS DbFile::WriteStub(const StoredNote& stub) {
 }
 
 STATUS DbFile::AllocateNoteId(NOTEID& id) {
-	DbSettings settings;
-	if (STATUS s = ReadSettings(settings)) return s;
+	if (bulkLoad_ && pendingNextId_ != 0) {  // the IDs handed out since the last write of the counter
+		if (pendingNextId_ >= NOTEID_RESERVED) return ERR_NOTE_ID;
+		id = pendingNextId_;
+		pendingNextId_ += kNoteIdStep;
+		return NOERROR;
+	}
+	NOTEID next = 0;
+	sqlite3_stmt* read = Prepare("SELECT value FROM meta WHERE key = 'nextNoteId'");
+	if (!read) return ERR_IOERROR;
+	int rc = sqlite3_step(read);
+	if (rc == SQLITE_ROW) next = static_cast<NOTEID>(sqlite3_column_int64(read, 0));
+	sqlite3_reset(read);
+	if (rc != SQLITE_ROW && rc != SQLITE_DONE) return SqlStatus(rc);
 	NOTEID highest = 0;
 	if (STATUS s = HighestNoteId(highest)) return s;
-	id = std::max(settings.nextNoteId, kFirstNoteId);
+	id = std::max(next, kFirstNoteId);
 	if (id <= highest) id = highest + kNoteIdStep;
 	if (id >= NOTEID_RESERVED) return ERR_NOTE_ID;
+	if (bulkLoad_) {
+		pendingNextId_ = id + kNoteIdStep;
+		return NOERROR;
+	}
+	return StoreNextNoteId(id + kNoteIdStep);
+}
+
+STATUS DbFile::StoreNextNoteId(NOTEID next) {
 	sqlite3_stmt* st = Prepare("UPDATE meta SET value = ?1 WHERE key = 'nextNoteId'");
 	if (!st) return ERR_IOERROR;
-	sqlite3_bind_int64(st, 1, static_cast<sqlite3_int64>(id) + kNoteIdStep);
+	sqlite3_bind_int64(st, 1, static_cast<sqlite3_int64>(next));
 	STATUS s = SqlStatus(sqlite3_step(st));
 	sqlite3_reset(st);
+	return s;
+}
+
+STATUS DbFile::StorePendingNextId() {
+	if (pendingNextId_ == 0) return NOERROR;
+	STATUS s = StoreNextNoteId(pendingNextId_);
+	if (s == NOERROR) pendingNextId_ = 0;
 	return s;
 }
 

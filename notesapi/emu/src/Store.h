@@ -136,9 +136,19 @@ public:
 	// IDs of the live notes of these classes, in ID order.
 	STATUS NoteIdsOfClass(WORD classMask, std::vector<NOTEID>& ids);
 
+	// Transactions nest: an inner one is a savepoint, so its rollback undoes
+	// only its own changes.
 	STATUS Begin();
 	STATUS Commit();
 	void Rollback();
+
+	// Bulk loading: while on, committed changes are gathered in one SQLite
+	// transaction that is written out every kBulkGroupSize commits, when the
+	// mode ends and when the file closes. Each commit stays all-or-nothing,
+	// but it is durable only once its group is written.
+	STATUS SetBulkLoad(bool on);
+	bool bulkLoad() const { return bulkLoad_; }
+	static constexpr int kBulkGroupSize = 20000;
 
 	sqlite3* sql() { return db_; }
 	// A cached prepared statement for this connection, reset and unbound.
@@ -148,11 +158,23 @@ public:
 private:
 	DbFile(std::string path, sqlite3* db) : path_(std::move(path)), db_(db) {}
 	static STATUS OpenConnection(const std::string& path, bool create, sqlite3*& db);
+	// Steps a cached statement that returns no rows; an SQLite result code.
+	int Run(const char* sqlText);
+	STATUS StoreNextNoteId(NOTEID next);
+	STATUS StorePendingNextId();
+	// Commits the bulk group so far and starts the next one.
+	STATUS WriteBulkGroup();
 
 	std::string path_;
 	sqlite3* db_;
 	uint64_t generation_ = 0;
 	int transactionDepth_ = 0;
+	bool bulkLoad_ = false;
+	int bulkCommits_ = 0;
+	// While bulk loading, the next note ID is counted here and written to the meta table only
+	// before the group is committed or the settings are read (0: the table has it).
+	NOTEID pendingNextId_ = 0;
+	NOTEID pendingAtChangeStart_ = 0;
 	std::map<const char*, sqlite3_stmt*> statements_;
 };
 

@@ -84,6 +84,13 @@ STATUS LNPUBLIC EmuDbSetBuildVersion(DBHANDLE hDB, WORD version);
  * note ID the database has used (ERR_NOTE_ID otherwise). Lets a dump be recreated with its IDs. */
 STATUS LNPUBLIC EmuDbSetNextNoteID(DBHANDLE hDB, NOTEID nextNoteID);
 
+/* Bulk loading of a database that nothing else uses yet (the tools that make databases).
+ * While on, note updates and other changes through any handle on this file are gathered and
+ * written in large groups: each change is still all-or-nothing, but it is durable only once its
+ * group is written (every 20,000 changes, when the mode is turned off, and when the last handle
+ * on the file closes). Turning it off writes what is left and returns the status of that write. */
+STATUS LNPUBLIC EmuDbBulkLoad(DBHANDLE hDB, BOOL on);
+
 /* When TRUE, NSFSearch also reports notes that do not match the formula, with SE_FMATCH
  * clear, as the platform does for incremental searches. Process-wide; default FALSE. */
 void LNPUBLIC EmuSearchReportNonMatches(BOOL report);

@@ -1,0 +1,134 @@
+// The whole patch on large configuration databases. For each size (default 10,000, 30,000,
+// 100,000 and 300,000 documents; --docs=N runs one size):
+//   1. make_patch_scenario.py writes the example server with rpx/rpconf.nsf grown to that size;
+//   2. "rpxserver init" makes the server folder (timed: documents made per second, peak RSS);
+//   3. "rpxserver run" runs the patch task on it under the virtual clock, with the sleep meter
+//      preloaded: the task's own pauses are real sleeps (select() with a timeout), the meter
+//      times each of them and their total is taken off the wall time.
+// Prints CPU and wall time beyond the waits and peak RSS per size, then the least-squares line
+// through (documents, CPU) and (documents, wall): the fitted cost per document.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "BenchSupport.h"
+
+namespace {
+
+struct Tools {
+    std::string rpxserver, generator, sleepMeter, example;
+};
+
+struct Figures {
+    long long docs = 0;
+    double initWall = 0;
+    long initRssKiB = 0;
+    double cpu = 0, wall = 0, slept = 0, asked = 0;
+    long runRssKiB = 0;
+};
+
+[[noreturn]] void Fail(const std::string& what) {
+    std::fprintf(stderr, "patch_bench: %s\n", what.c_str());
+    std::exit(1);
+}
+
+// The sleep meter's totals: seconds slept and seconds asked for.
+void ReadWaits(const std::string& path, double& slept, double& asked) {
+    std::ifstream in(path);
+    if (!(in >> slept >> asked)) Fail(path + ": the sleep meter wrote no totals");
+}
+
+Figures Measure(const Tools& tools, const std::string& folder, long long docs) {
+    Figures figures;
+    figures.docs = docs;
+    std::string scenario = folder + "/patch-" + std::to_string(docs) + ".json";
+    std::string server = folder + "/patch-server-" + std::to_string(docs);
+    struct stat st;
+    if (::stat(scenario.c_str(), &st) != 0 &&
+        !rpxbench::RunProcess({"python3", tools.generator, std::to_string(docs), scenario, tools.example}).ok)
+        Fail("cannot write " + scenario);
+    rpxbench::RunProcess({"rm", "-rf", server});
+    rpxbench::ProcessRun init = rpxbench::RunProcess({tools.rpxserver, "init", scenario, server});
+    if (!init.ok) Fail("rpxserver init failed on " + scenario);
+    figures.initWall = init.wall;
+    figures.initRssKiB = init.peakRssKiB;
+
+    std::string meter = folder + "/patch-slept.txt";
+    ::unlink(meter.c_str());
+    ::setenv("RPX_SLEEP_METER", meter.c_str(), 1);
+    ::setenv("LD_PRELOAD", tools.sleepMeter.c_str(), 1);
+    rpxbench::ProcessRun run = rpxbench::RunProcess({tools.rpxserver, "run", server}, true);
+    ::unsetenv("LD_PRELOAD");
+    ::unsetenv("RPX_SLEEP_METER");
+    if (!run.ok) Fail("rpxserver run failed on " + server + " (run it by hand to see why)");
+    ReadWaits(meter, figures.slept, figures.asked);
+    figures.cpu = run.user + run.system;
+    figures.wall = run.wall - figures.slept;
+    figures.runRssKiB = run.peakRssKiB;
+    rpxbench::RunProcess({"rm", "-rf", server});
+    return figures;
+}
+
+// Least squares y = a + b x; returns b.
+double Slope(const std::vector<Figures>& all, double Figures::*y) {
+    double n = static_cast<double>(all.size()), sx = 0, sy = 0, sxx = 0, sxy = 0;
+    for (const Figures& f : all) {
+        double x = static_cast<double>(f.docs);
+        sx += x;
+        sy += f.*y;
+        sxx += x * x;
+        sxy += x * (f.*y);
+    }
+    double d = n * sxx - sx * sx;
+    return d == 0 ? 0 : (n * sxy - sx * sy) / d;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    long long only = rpxbench::Setting(argc, argv, "docs", "RPX_BENCH_PATCH_DOCS", 0);
+    bool quick = argc == 2 && std::string(argv[1]) == "--quick";
+    if (argc > 1 && !quick) {
+        std::fprintf(stderr, "usage: patch_bench [--docs=N | --quick]\n");
+        return 2;
+    }
+    // Quick: two small sizes, and the task's pauses return at once (they are counted, not slept).
+    if (quick) ::setenv("RPX_SLEEP_METER_SKIP", "1", 1);
+    std::string self = argv[0];
+    std::string here = self.substr(0, self.find_last_of('/') + 1);
+    Tools tools{RPX_BENCH_RPXSERVER, RPX_BENCH_SOURCE "/make_patch_scenario.py", here + "libsleep_meter.so",
+                RPX_BENCH_SOURCE "/../examples/server/scenario.json"};
+    std::vector<long long> sizes = only    ? std::vector<long long>{only}
+                                   : quick ? std::vector<long long>{300, 1000}
+                                           : std::vector<long long>{10000, 30000, 100000, 300000};
+    std::string folder = rpxbench::DataFolder();
+
+    std::printf("%9s | %8s %10s %8s | %8s %8s %8s %8s %8s\n", "", "init", "", "", "run", "", "waits", "waits",
+                "");
+    std::printf("%9s | %8s %10s %8s | %8s %8s %8s %8s %8s\n", "documents", "wall s", "docs/s", "RSS MiB", "CPU s",
+                "wall s", "asked s", "slept s", "RSS MiB");
+    std::vector<Figures> all;
+    for (long long docs : sizes) {
+        Figures f = Measure(tools, folder, docs);
+        std::printf("%9lld | %8.2f %10.0f %8.1f | %8.3f %8.3f %8.1f %8.3f %8.1f\n", f.docs, f.initWall,
+                    f.docs / f.initWall, f.initRssKiB / 1024.0, f.cpu, f.wall, f.asked, f.slept,
+                    f.runRssKiB / 1024.0);
+        std::fflush(stdout);
+        all.push_back(f);
+    }
+    std::printf("run wall s is the task's wall time less the time it slept in its own pauses (slept s).\n");
+    if (all.size() >= 2) {
+        std::printf("fitted cost per document: %.2f us CPU, %.2f us wall (beyond the waits)\n",
+                    Slope(all, &Figures::cpu) * 1e6, Slope(all, &Figures::wall) * 1e6);
+    }
+    for (const Figures& f : all)
+        if (f.docs == 100000)
+            std::printf("at 100,000 documents: %.2f s CPU (goal <= 2), %.2f s wall (goal <= 5) beyond the waits\n",
+                        f.cpu, f.wall);
+    return 0;
+}

@@ -1,0 +1,46 @@
+// Making a database while its JSON is read: each note is written as soon as it has been read and
+// then dropped, so memory stays bounded however many notes the file holds.
+#ifndef NSFDB_JSONSTREAM_H
+#define NSFDB_JSONSTREAM_H
+
+#include <string>
+#include <unordered_set>
+
+#include "DbAccess.h"
+#include "JsonFormat.h"
+#include "NotesSession.h"
+
+namespace nsfdb {
+
+// An error whose message already names the JSON file (or the caller's place for it).
+class PlacedError : public ToolError {
+public:
+    using ToolError::ToolError;
+};
+
+// Feeds one database object of a JSON document to a builder. source prefixes the messages of
+// faults in the JSON ("db.json", or a scenario's place for the database). Every error is thrown
+// as PlacedError.
+class DatabaseStream {
+public:
+    DatabaseStream(DatabaseBuilder& builder, std::string source);
+
+    // notes[index] has been read; databaseSoFar is the database object as read up to here.
+    void Note(size_t index, const Json& note, const Json& databaseSoFar);
+    // The whole database object has been read (without the notes the stream took).
+    void Finish(const Json& database);
+
+private:
+    DatabaseData Settings(const Json& database) const;
+
+    DatabaseBuilder& builder_;
+    std::string source_;
+    std::unordered_set<std::string> unids_;
+};
+
+// "nsfdb create": the database at path from the JSON file at jsonPath.
+void CreateDatabaseFromJsonFile(const std::string& path, const std::string& jsonPath);
+
+}  // namespace nsfdb
+
+#endif
