@@ -640,7 +640,7 @@ TEST(EmuServer, ServerSettingsAreCheckedWhollyWithTheKeyPath) {
 	    {R"({"clok": "virtual"})", "clok: unknown key (allowed: clock, busy, faults, tasks, tempFolder)"},
 	    {R"({"busy": {"rpx/a.nsf": 0}})", "busy[\"rpx/a.nsf\"]: a positive whole number or \"always\" expected"},
 	    {R"({"faults": [{"call": "NSFDbOpen", "status": 259, "paht": "rpx/a.nsf"}]})",
-	     "faults[0].paht: unknown key (allowed: call, status, path, unid, count)"},
+	     "faults[0].paht: unknown key (allowed: call, action, status, path, unid, count, after)"},
 	    {R"({"faults": [{"call": "NSFDbOpen", "status": 259}, {"call": "NSFDbOpenX", "status": 259}]})",
 	     "faults[1].call: \"NSFDbOpenX\" is not a function of the platform API"},
 	    {R"({"faults": [{"call": "malloc", "status": 1}]})", "faults[0].call: \"malloc\" is not a function"},
