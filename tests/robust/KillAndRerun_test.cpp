@@ -41,7 +41,7 @@ std::vector<KillPoint> KillPoints() {
         {"with rpency.nsf created, before its ACL", KillAt("NSFDbStoreACL", 0, "rpx/rpency.nsf"), ""},
         {"while the replaced databases are signed", KillAt("NSFNoteSign", 5), ""},
         {"at the 300th platform call", KillAt("*", 300), ""},
-        {"at the 800th platform call, in the final signing walk", KillAt("*", 800), kStampedBeforeSigning},
+        {"in the final signing walk, at rpconf.nsf", KillAt("NSFNoteSign", 0, "rpx/rpconf.nsf"), kStampedBeforeSigning},
         {"in the final signing walk, at rpmsg.nsf", KillAt("NSFNoteSign", 0, "rpx/rpmsg.nsf"), kStampedBeforeSigning},
         {"at the restart of the real-time task", KillAt("NSFRemoteConsole", 2), ""},
     };
