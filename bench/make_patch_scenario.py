@@ -153,8 +153,13 @@ def main():
         scenario = json.load(f)
     rng = random.Random(count)
     documents, names = make_documents(count, rng)
-    scenario["data"]["rpx/rpconf.nsf"]["notes"] += documents
-    template = scenario["data"]["rpx/rpconf.ntf"]
+    config = scenario["data"]["rpx/rpconf.nsf"]
+    # The example may list some of the known duplicate assets itself; a UNID is never given twice.
+    present = {note.get("unid") for note in config["notes"]}
+    config["notes"] += [note for note in documents if note["unid"] not in present]
+    # The template the patch ships replaces the installed one during the run: fill that one.
+    shipped = [path for path in scenario.get("install", {}) if path.endswith("/rpconf.ntf")]
+    template = scenario["install"][shipped[0]] if shipped else scenario["data"]["rpx/rpconf.ntf"]
     template["notes"] = template.get("notes", []) + make_template_documents(count, names, rng)
     server = scenario.setdefault("server", {})
     server["clock"] = "virtual"
