@@ -43,15 +43,9 @@ int LowWord(STATUS status) {
 
 // The platform's text of a status, for the failure messages.
 struct ErrorText {
-    explicit ErrorText(STATUS status) { LoadErrorText(status, text); }
+    explicit ErrorText(STATUS status) { LoadStatusText(status, text, sizeof text); }
     char text[kErrorTextSize];
 };
-
-NOTEID MatchedNoteId(const SEARCH_MATCH* match) {
-    SEARCH_MATCH found;
-    std::memcpy(&found, match, sizeof found);
-    return found.ID.NoteID;
-}
 
 NOTEID NoteIdOf(NOTEHANDLE note) {
     NOTEID id = 0;
@@ -104,16 +98,9 @@ STATUS SearchFormDocuments(DBHANDLE hSearched, const char* form, NSFSEARCHPROC c
     char formula[kFormulaSize];
     rk_snprintf(formula, sizeof formula, "Form=\"%s\"", form);
     char lmbcs[kFormulaSize];
-    std::memset(lmbcs, 0, sizeof lmbcs);
-    WORD length = OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, formula, static_cast<WORD>(std::strlen(formula)), lmbcs,
-                              sizeof lmbcs - 1);
-    lmbcs[length < sizeof lmbcs ? length : sizeof lmbcs - 1] = '\0';
-
     FORMULAHANDLE compiled = NULLHANDLE;
-    WORD formulaLength = 0, errorLine = 0, errorColumn = 0, errorOffset = 0, errorLength = 0;
-    STATUS compileError = NOERROR;
-    STATUS status = NSFFormulaCompile(nullptr, 0, lmbcs, length, &compiled, &formulaLength, &compileError,
-                                      &errorLine, &errorColumn, &errorOffset, &errorLength);
+    STATUS status =
+        CompileNativeFormula(formula, static_cast<WORD>(std::strlen(formula)), lmbcs, sizeof lmbcs, &compiled);
     if (status != NOERROR) {
         LogDebugMessage(1, "Fail to compile %s", routine);
         return status;

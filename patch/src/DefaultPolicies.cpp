@@ -57,23 +57,12 @@ bool IsShippedDefault(const char* form, const ORIGINATORID& oid) {
     return false;
 }
 
-STATUS CompileSelection(const char* formula, WORD formulaLength, FORMULAHANDLE* compiled) {
-    char text[kFormulaSize];
-    std::memset(text, 0, sizeof text);
-    WORD length = OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, formula, formulaLength, text, kFormulaSize - 1);
-    if (length > kFormulaSize - 1) length = kFormulaSize - 1;
-    text[length] = '\0';
-    WORD compiledLength = 0, compileError = 0, errorLine = 0, errorColumn = 0, errorOffset = 0,
-         errorLength = 0;
-    return NSFFormulaCompile(nullptr, 0, text, length, compiled, &compiledLength, &compileError, &errorLine,
-                             &errorColumn, &errorOffset, &errorLength);
-}
-
 // The search both fixes share. *compiled tells a compile failure apart from the search's status.
 STATUS SearchConfigDocuments(DBHANDLE* hDb, const char* formula, WORD formulaLength, NSFSEARCHPROC callback,
                              bool* compiled) {
+    char lmbcs[kFormulaSize];
     FORMULAHANDLE selection = NULLHANDLE;
-    STATUS status = CompileSelection(formula, formulaLength, &selection);
+    STATUS status = CompileNativeFormula(formula, formulaLength, lmbcs, sizeof lmbcs, &selection);
     *compiled = status == NOERROR;
     if (!*compiled) {
         // Both fixes name ChangeConflictAction here (log readers match this text) and close the
@@ -88,13 +77,9 @@ STATUS SearchConfigDocuments(DBHANDLE* hDb, const char* formula, WORD formulaLen
     return NSFSearch(*hDb, selection, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, callback, hDb, nullptr);
 }
 
-bool OpenMatchedNote(void* parameter, SEARCH_MATCH* match, NOTEHANDLE* note) {
-    SEARCH_MATCH found;
-    std::memcpy(&found, match, sizeof found);
-    if (!(found.SERetFlags & SE_FMATCH)) return false;
-    DBHANDLE hDb;
-    std::memcpy(&hDb, parameter, sizeof hDb);
-    return NSFNoteOpen(hDb, found.ID.NoteID, 0, note) == NOERROR;
+// The matched note when the selection chose it; false for other matches and failed opens.
+bool OpenSelectedNote(void* parameter, SEARCH_MATCH* match, NOTEHANDLE* note) {
+    return IsSelectedMatch(match) && OpenMatchedNote(parameter, match, note) == NOERROR;
 }
 
 bool NeedsConflictAction(NOTEHANDLE note) {
@@ -113,7 +98,7 @@ bool NeedsConflictAction(NOTEHANDLE note) {
 STATUS LNCALLBACK ChangeConflictActionCallback(void* parameter, SEARCH_MATCH* match,
                                                ITEM_TABLE* /*summary*/) {
     NOTEHANDLE note = NULLHANDLE;
-    if (!OpenMatchedNote(parameter, match, &note)) return NOERROR;
+    if (!OpenSelectedNote(parameter, match, &note)) return NOERROR;
     if (NeedsConflictAction(note)) {
         NSFItemSetText(note, kConflictActionItem, kWantedConflictAction, sizeof kWantedConflictAction - 1);
         NSFNoteUpdate(note, UPDATE_FORCE);
@@ -124,7 +109,7 @@ STATUS LNCALLBACK ChangeConflictActionCallback(void* parameter, SEARCH_MATCH* ma
 
 STATUS LNCALLBACK ProcessDefaultPolicies(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) {
     NOTEHANDLE note = NULLHANDLE;
-    if (!OpenMatchedNote(parameter, match, &note)) return NOERROR;
+    if (!OpenSelectedNote(parameter, match, &note)) return NOERROR;
     ORIGINATORID oid;
     std::memset(&oid, 0, sizeof oid);
     NSFNoteGetInfo(note, _NOTE_OID, &oid);

@@ -23,7 +23,6 @@ const char kPreDefinedItem[] = "pre-defined";
 const char kReferDocsItem[] = "ReferDocs";
 constexpr size_t kFormulaSize = 1024;
 constexpr size_t kItemTextSize = 256;
-constexpr size_t kUnidTextSize = 255;
 
 const char* const kDuplicatedAssetUnids[] = {
     "026196EE7CA8DA4788257DDB00338EAE", "04F4B1069028343288257DDB00338E95",
@@ -83,27 +82,6 @@ bool IsReferredTo(NOTEHANDLE note) {
     return value[0] != '\0';
 }
 
-void FormatUnid(NOTEHANDLE note, char* text, size_t size) {
-    ORIGINATORID oid;
-    std::memset(&oid, 0, sizeof oid);
-    NSFNoteGetInfo(note, _NOTE_OID, &oid);
-    rk_snprintf(text, size, "%08X%08X%08X%08X", (unsigned)oid.File.Innards[1], (unsigned)oid.File.Innards[0],
-                (unsigned)oid.Note.Innards[1], (unsigned)oid.Note.Innards[0]);
-}
-
-STATUS CompileAssetFormula(FORMULAHANDLE* compiled) {
-    char text[kFormulaSize];
-    std::memset(text, 0, sizeof text);
-    WORD length = OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, kAssetFormula, sizeof kAssetFormula - 1, text,
-                              kFormulaSize - 1);
-    if (length > kFormulaSize - 1) length = kFormulaSize - 1;
-    text[length] = '\0';
-    WORD compiledLength = 0, compileError = 0, errorLine = 0, errorColumn = 0, errorOffset = 0,
-         errorLength = 0;
-    return NSFFormulaCompile(nullptr, 0, text, length, compiled, &compiledLength, &compileError, &errorLine,
-                             &errorColumn, &errorOffset, &errorLength);
-}
-
 void DeleteCandidates(DBHANDLE hDb, const std::vector<NOTEID>& candidates) {
     for (NOTEID id : candidates) {
         if (NSFNoteDelete(hDb, id, UPDATE_FORCE) != NOERROR) {
@@ -120,12 +98,10 @@ void InitDuplicatedUserDefinedDigtalAssertSet() {
 
 STATUS LNCALLBACK RemoveDuplicatedUserDefinedDigitalAssertCallback(void* parameter, SEARCH_MATCH* match,
                                                                    ITEM_TABLE* /*summary*/) {
-    SEARCH_MATCH found;
-    std::memcpy(&found, match, sizeof found);
-    if (!(found.SERetFlags & SE_FMATCH)) return NOERROR;
+    if (!IsSelectedMatch(match)) return NOERROR;
     DigitalAssetSearchParam* param = static_cast<DigitalAssetSearchParam*>(parameter);
     NOTEHANDLE note = NULLHANDLE;
-    STATUS status = NSFNoteOpen(param->hDb, found.ID.NoteID, 0, &note);
+    STATUS status = OpenMatchedNote(param, match, &note);
     if (status != NOERROR) {
         // The message names another routine: administrators' tools search the log for this text.
         LogDebugMessage(3, "MigrateCFDLPDeleteAttachmentActionCallback, open note failed.");
@@ -135,9 +111,9 @@ STATUS LNCALLBACK RemoveDuplicatedUserDefinedDigitalAssertCallback(void* paramet
     if (IsPreDefined(note)) return NOERROR;
     if (!IsReferredTo(note)) {
         char unid[kUnidTextSize];
-        FormatUnid(note, unid, sizeof unid);
+        FormatNoteUNID(note, unid, sizeof unid);
         if (duplicatedUserDefinedDigtalAssertSet.count(unid) != 0)
-            param->candidates->push_back(found.ID.NoteID);
+            param->candidates->push_back(MatchedNoteId(match));
     }
     NSFNoteClose(note);
     return NOERROR;
@@ -150,8 +126,9 @@ STATUS RemoveDuplicatedUserDefinedDigitalAssert() {
     STATUS status = NSFDbOpen(kConfigDatabase, &param.hDb);
     if (status != NOERROR) return status;
 
+    char lmbcs[kFormulaSize];
     FORMULAHANDLE formula = NULLHANDLE;
-    status = CompileAssetFormula(&formula);
+    status = CompileNativeFormula(kAssetFormula, sizeof kAssetFormula - 1, lmbcs, sizeof lmbcs, &formula);
     if (status != NOERROR) {
         // The message names another routine: administrators' tools search the log for this text.
         LogDebugMessage(0, "[%s:%d]UpdateRpency Cannot compile the formula! error[%d]\n", kPatchSourceName,

@@ -60,28 +60,6 @@ void LogExpressionTable(const ExpressionTable& table) {
     }
 }
 
-STATUS CompileExpressionFormula(FORMULAHANDLE* formula) {
-    char text[kFormulaSize];
-    std::memset(text, 0, sizeof text);
-    WORD length = OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, kExpressionFormula, sizeof kExpressionFormula - 1,
-                              text, kFormulaSize - 1);
-    if (length > kFormulaSize - 1) length = kFormulaSize - 1;
-    text[length] = '\0';
-    WORD formulaLength = 0, compileError = 0, errorLine = 0, errorColumn = 0, errorOffset = 0,
-         errorLength = 0;
-    return NSFFormulaCompile(nullptr, 0, text, static_cast<WORD>(std::strlen(text)), formula, &formulaLength,
-                             &compileError, &errorLine, &errorColumn, &errorOffset, &errorLength);
-}
-
-// The note's UNID as 32 upper-case hexadecimal digits into text (kFieldSize bytes).
-void FormatNoteUnid(NOTEHANDLE note, char* text) {
-    ORIGINATORID oid;
-    std::memset(&oid, 0, sizeof oid);
-    NSFNoteGetInfo(note, _NOTE_OID, &oid);
-    rk_snprintf(text, kFieldSize - 1, "%08X%08X%08X%08X", (unsigned)oid.File.Innards[1],
-                (unsigned)oid.File.Innards[0], (unsigned)oid.Note.Innards[1], (unsigned)oid.Note.Innards[0]);
-}
-
 // An item's text into text (kFieldSize bytes, zeroed here); a missing item reads as "".
 void ReadFieldText(NOTEHANDLE note, const char* item, char* text) {
     std::memset(text, 0, kFieldSize);
@@ -93,13 +71,11 @@ void ReadFieldText(NOTEHANDLE note, const char* item, char* text) {
 }  // namespace
 
 STATUS LNCALLBACK UpdateExpresionProc(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) {
-    SEARCH_MATCH found;
-    std::memcpy(&found, match, sizeof found);
-    if (!(found.SERetFlags & SE_FMATCH)) return NOERROR;
+    if (!IsSelectedMatch(match)) return NOERROR;
     ExpressionSearchParam* param = static_cast<ExpressionSearchParam*>(parameter);
 
     NOTEHANDLE note = NULLHANDLE;
-    STATUS status = NSFNoteOpen(param->hDb, found.ID.NoteID, 0, &note);
+    STATUS status = OpenMatchedNote(param, match, &note);
     if (status != NOERROR) {
         LogDebugMessage(kTableLogLevel, "NSFNoteOpen error %d", (int)status);
         return NOERROR;
@@ -108,7 +84,7 @@ STATUS LNCALLBACK UpdateExpresionProc(void* parameter, SEARCH_MATCH* match, ITEM
     char docId[kFieldSize];
     char expression[kFieldSize];
     std::memset(unid, 0, sizeof unid);
-    FormatNoteUnid(note, unid);
+    FormatNoteUNID(note, unid, kFieldSize - 1);
     ReadFieldText(note, kDocIdItem, docId);
     ReadFieldText(note, kExpressionItem, expression);
 
@@ -133,8 +109,10 @@ STATUS UpdateExpresionDocID() {
 
     ExpressionSearchParam param{NULLHANDLE, &gMap};
     if (NSFDbOpen(kConfigDb, &param.hDb) == NOERROR) {
+        char lmbcs[kFormulaSize];
         FORMULAHANDLE formula = NULLHANDLE;
-        STATUS status = CompileExpressionFormula(&formula);
+        STATUS status =
+            CompileNativeFormula(kExpressionFormula, sizeof kExpressionFormula - 1, lmbcs, sizeof lmbcs, &formula);
         if (status != NOERROR) {
             LogDebugMessage(kCompileErrorLogLevel, "[%s:%d]UpdateRpency Cannot compile the formula! error[%d]\n",
                             kPatchSourceName, kCompileErrorLine, (int)status);

@@ -64,16 +64,9 @@ bool HasItem(NOTEHANDLE note, const char* item) {
 
 STATUS RunCleanupPass(DBHANDLE hDb, const CleanupPass& pass, int line) {
     char lmbcs[kFormulaSize];
-    std::memset(lmbcs, 0, sizeof lmbcs);
-    WORD length = OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, pass.formula, static_cast<WORD>(std::strlen(pass.formula)),
-                              lmbcs, sizeof lmbcs - 1);
-    lmbcs[length < sizeof lmbcs ? length : sizeof lmbcs - 1] = '\0';
-
     FORMULAHANDLE formula = NULLHANDLE;
-    WORD formulaLength = 0, errorLine = 0, errorColumn = 0, errorOffset = 0, errorLength = 0;
-    STATUS compileError = NOERROR;
-    STATUS status = NSFFormulaCompile(nullptr, 0, lmbcs, length, &formula, &formulaLength, &compileError, &errorLine,
-                                      &errorColumn, &errorOffset, &errorLength);
+    STATUS status =
+        CompileNativeFormula(pass.formula, static_cast<WORD>(std::strlen(pass.formula)), lmbcs, sizeof lmbcs, &formula);
     if (status != NOERROR) {
         LogDebugMessage(0, pass.compileFailure, kPatchSourceName, line, static_cast<int>(static_cast<short>(status)));
         return status;
@@ -82,23 +75,19 @@ STATUS RunCleanupPass(DBHANDLE hDb, const CleanupPass& pass, int line) {
     status = NSFSearch(hDb, formula, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, pass.callback, &hDb, nullptr);
     if (status != NOERROR) {
         char text[kErrorTextSize];
-        LoadErrorText(status, text);
+        LoadStatusText(status, text, sizeof text);
         LogDebugMessage(3, pass.searchFailure, LowWord(status), text);
     }
     return status;
 }
 
 // Opens the matched note of a cleanup search, or logs why not (prefix names the callback).
-bool OpenMatchedNote(void* parameter, const SEARCH_MATCH* match, const char* prefix, NOTEHANDLE& note) {
-    SEARCH_MATCH found;
-    std::memcpy(&found, match, sizeof found);
-    if (!(found.SERetFlags & SE_FMATCH)) {
+bool OpenMatchedNoteOrLog(void* parameter, const SEARCH_MATCH* match, const char* prefix, NOTEHANDLE& note) {
+    if (!IsSelectedMatch(match)) {
         LogDebugMessage(1, "ERR: %s:SearchMatch->SERetFlags & SE_FMATCH", prefix);
         return false;
     }
-    DBHANDLE hDb;
-    std::memcpy(&hDb, parameter, sizeof hDb);
-    if (NSFNoteOpen(hDb, found.ID.NoteID, 0, &note) != NOERROR) {
+    if (OpenMatchedNote(parameter, match, &note) != NOERROR) {
         LogDebugMessage(1, "ERR: %s:NSFNoteOpen", prefix);
         return false;
     }
@@ -143,7 +132,7 @@ bool PutBackEntry(NOTEHANDLE note, const char* item, const std::string& entry, c
     const char* call = create ? "NSFItemCreateTextList" : "NSFItemAppendTextList";
     if (status != NOERROR) {
         char text[kErrorTextSize];
-        LoadErrorText(status, text);
+        LoadStatusText(status, text, sizeof text);
         LogDebugMessage(1, "%s: %s error. UNID is %s, sError is %d, czErrorMessage is %s...", routine, call, unid,
                         LowWord(status), text);
         return false;
@@ -153,19 +142,6 @@ bool PutBackEntry(NOTEHANDLE note, const char* item, const std::string& entry, c
 }
 
 }  // namespace
-
-void FormatNoteUNID(NOTEHANDLE note, char* text, size_t size) {
-    ORIGINATORID oid;
-    std::memset(&oid, 0, sizeof oid);
-    NSFNoteGetInfo(note, _NOTE_OID, &oid);
-    rk_snprintf(text, size, "%08X%08X%08X%08X", oid.File.Innards[1], oid.File.Innards[0], oid.Note.Innards[1],
-                oid.Note.Innards[0]);
-}
-
-void LoadErrorText(STATUS status, char* text) {
-    std::memset(text, 0, kErrorTextSize);
-    OSLoadString(NULLHANDLE, ERR(status), text, kErrorTextSize - 1);
-}
 
 void GetTextListfield(NOTEHANDLE note, const char* item, std::set<std::string>& entries) {
     WORD count = NSFItemGetTextListEntries(note, item);
@@ -196,7 +172,7 @@ void RemoveTextListfield(NOTEHANDLE note, const char* item) {
     STATUS status = NSFItemDelete(note, item, NameLength(item));
     if (status != NOERROR) {
         char text[kErrorTextSize];
-        LoadErrorText(status, text);
+        LoadStatusText(status, text, sizeof text);
         LogDebugMessage(1, "RemoveTextListfield: NSFItemDelete error. item is %s, UNID is %s, sError is %d, "
                            "czErrorMessage is %s.",
                         item, unid, LowWord(status), text);
@@ -232,7 +208,7 @@ void ReplaceTextListfield(NOTEHANDLE note, const char* item) {
     STATUS status = NSFItemDelete(note, item, NameLength(item));
     if (status != NOERROR) {
         char text[kErrorTextSize];
-        LoadErrorText(status, text);
+        LoadStatusText(status, text, sizeof text);
         LogDebugMessage(1, "ReplaceTextListfield: NSFItemDelete error. item is %s, UNID is %s, sError is %d, "
                            "czErrorMessage is %s.",
                         item, unid, LowWord(status), text);
@@ -247,7 +223,7 @@ void ReplaceTextListfield(NOTEHANDLE note, const char* item) {
 
 STATUS LNCALLBACK RemoveObsoleteUNIDCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) {
     NOTEHANDLE note = NULLHANDLE;
-    if (!OpenMatchedNote(parameter, match, "RemoveObsoleteUNIDCallback", note)) return NOERROR;
+    if (!OpenMatchedNoteOrLog(parameter, match, "RemoveObsoleteUNIDCallback", note)) return NOERROR;
     RemoveTextListfield(note, kReferDocs);
     RemoveTextListfield(note, kUseDocs);
     NSFNoteUpdate(note, UPDATE_FORCE);
@@ -257,7 +233,7 @@ STATUS LNCALLBACK RemoveObsoleteUNIDCallback(void* parameter, SEARCH_MATCH* matc
 
 STATUS LNCALLBACK ReplaceObsoleteUNIDCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) {
     NOTEHANDLE note = NULLHANDLE;
-    if (!OpenMatchedNote(parameter, match, "ReplaceObsoleteUNIDCallback", note)) return NOERROR;
+    if (!OpenMatchedNoteOrLog(parameter, match, "ReplaceObsoleteUNIDCallback", note)) return NOERROR;
     ReplaceTextListfield(note, kMatchRule);
     NSFNoteUpdate(note, UPDATE_FORCE);
     NSFNoteClose(note);

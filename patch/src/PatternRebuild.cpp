@@ -49,26 +49,15 @@ bool HasOldVersionText(NOTEHANDLE note) {
     return std::strchr(version, '.') == nullptr;
 }
 
-STATUS CompilePatternFormula(FORMULAHANDLE* formula) {
-    char text[kFormulaSize];
-    WORD length = OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, kPatternFormula, sizeof kPatternFormula - 1, text,
-                              kFormulaSize - 1);
-    if (length > kFormulaSize - 1) length = kFormulaSize - 1;
-    text[length] = '\0';
-    WORD formulaLength = 0, compileError = 0, errorLine = 0, errorColumn = 0, errorOffset = 0,
-         errorLength = 0;
-    return NSFFormulaCompile(nullptr, 0, text, length, formula, &formulaLength, &compileError, &errorLine,
-                             &errorColumn, &errorOffset, &errorLength);
-}
-
 // Sets *oldFormat when the pattern database holds an old-format pattern document, and then reads
 // its ACL into *acl. Returns a formula compile error, else 0 (also without a pattern database).
 STATUS FindOldPatternFormat(int* oldFormat, DHANDLE* acl) {
     PatternSearchParam param;
     if (NSFDbOpen(kPatternDatabase, &param.hDb) != NOERROR) return NOERROR;
 
+    char lmbcs[kFormulaSize];
     FORMULAHANDLE formula = NULLHANDLE;
-    STATUS status = CompilePatternFormula(&formula);
+    STATUS status = CompileNativeFormula(kPatternFormula, sizeof kPatternFormula - 1, lmbcs, sizeof lmbcs, &formula);
     if (status != NOERROR) {
         LogDebugMessage(kRebuildLogLevel, "[%s:%d]UpdateRpency Cannot compile the formula! error[%d]\n",
                         kPatchSourceName, kCompileErrorLine, (int)status);
@@ -181,12 +170,10 @@ STATUS PutBackPatternCopy(const PatternFiles& files) {
 }  // namespace
 
 STATUS LNCALLBACK CheckPatternVersionFormat(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) {
-    SEARCH_MATCH found;
-    std::memcpy(&found, match, sizeof found);
-    if (!(found.SERetFlags & SE_FMATCH)) return NOERROR;
+    if (!IsSelectedMatch(match)) return NOERROR;
     PatternSearchParam* param = static_cast<PatternSearchParam*>(parameter);
     NOTEHANDLE note = NULLHANDLE;
-    if (NSFNoteOpen(param->hDb, found.ID.NoteID, 0, &note) != NOERROR) return NOERROR;
+    if (OpenMatchedNote(param, match, &note) != NOERROR) return NOERROR;
     if (HasOldVersionText(note)) param->oldFormat = 1;
     NSFNoteClose(note);
     return NOERROR;

@@ -28,18 +28,6 @@ const DWORD kListBlockSize = 1024;
 const int kReplClassMaskValue = 2047;
 const WORD kMailServerSize = 256;
 
-DBHANDLE SearchedDatabase(void* parameter) {
-    DBHANDLE db;
-    std::memcpy(&db, parameter, sizeof db);  // every search record begins with the handle
-    return db;
-}
-
-NOTEID MatchedNoteId(const SEARCH_MATCH* match) {
-    SEARCH_MATCH found;
-    std::memcpy(&found, match, sizeof found);
-    return found.ID.NoteID;
-}
-
 WORD NoteClassOf(NOTEHANDLE note) {
     WORD noteClass = 0;
     NSFNoteGetInfo(note, _NOTE_CLASS, &noteClass);

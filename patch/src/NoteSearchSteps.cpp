@@ -1,0 +1,60 @@
+// Steps every search of the patch repeats: compiling a native selection formula, finding the
+// matched note of a search callback, a note's UNID text and a status's platform text.
+#include "global.h"
+#include "nsfnote.h"
+#include "nsfsearc.h"
+#include "osmisc.h"
+
+#include <cstring>
+
+#include "PatchRPX.h"
+#include "RkFormat.h"
+
+STATUS CompileNativeFormula(const char* formula, WORD formulaLength, char* lmbcs, size_t size,
+                            FORMULAHANDLE* compiled) {
+    std::memset(lmbcs, 0, size);
+    WORD limit = static_cast<WORD>(size - 1);
+    WORD length = OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, formula, formulaLength, lmbcs, limit);
+    if (length > limit) length = limit;
+    lmbcs[length] = '\0';
+    WORD compiledLength = 0, errorLine = 0, errorColumn = 0, errorOffset = 0, errorLength = 0;
+    STATUS compileError = NOERROR;
+    return NSFFormulaCompile(nullptr, 0, lmbcs, length, compiled, &compiledLength, &compileError, &errorLine,
+                             &errorColumn, &errorOffset, &errorLength);
+}
+
+bool IsSelectedMatch(const SEARCH_MATCH* match) {
+    SEARCH_MATCH found;
+    std::memcpy(&found, match, sizeof found);
+    return (found.SERetFlags & SE_FMATCH) != 0;
+}
+
+NOTEID MatchedNoteId(const SEARCH_MATCH* match) {
+    SEARCH_MATCH found;
+    std::memcpy(&found, match, sizeof found);
+    return found.ID.NoteID;
+}
+
+DBHANDLE SearchedDatabase(const void* parameter) {
+    DBHANDLE db;
+    std::memcpy(&db, parameter, sizeof db);
+    return db;
+}
+
+STATUS OpenMatchedNote(const void* parameter, const SEARCH_MATCH* match, NOTEHANDLE* note) {
+    return NSFNoteOpen(SearchedDatabase(parameter), MatchedNoteId(match), 0, note);
+}
+
+void FormatNoteUNID(NOTEHANDLE note, char* text, size_t size) {
+    ORIGINATORID oid;
+    std::memset(&oid, 0, sizeof oid);
+    NSFNoteGetInfo(note, _NOTE_OID, &oid);
+    rk_snprintf(text, size, "%08X%08X%08X%08X", oid.File.Innards[1], oid.File.Innards[0], oid.Note.Innards[1],
+                oid.Note.Innards[0]);
+}
+
+void LoadStatusText(STATUS status, char* text, size_t size) {
+    std::memset(text, 0, size);
+    OSLoadString(NULLHANDLE, ERR(status), text, static_cast<WORD>(size - 1));
+    text[size - 1] = '\0';
+}
