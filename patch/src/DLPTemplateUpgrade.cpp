@@ -27,9 +27,6 @@ namespace {
 const char* const kDLPForms[] = {"dictionary",  "entity",   "template", "dictionary_type",
                                  "entity_type", "industry", "region",   "validator"};
 const char kNameItem[] = "name";
-const char kPredefinedItem[] = "pre-defined";
-const char kReferDocs[] = "ReferDocs";
-const char kUseDocs[] = "UseDocs";
 const char kOut[] = "SearchFormDocumentCallback OUT";
 
 constexpr size_t kFormulaSize = 512;
@@ -74,7 +71,7 @@ std::string ReadNativeName(NOTEHANDLE note, const char* item) {
 bool IsPredefined(NOTEHANDLE note) {
     char value[kPredefinedSize];
     std::memset(value, 0, sizeof value);
-    NSFItemGetText(note, kPredefinedItem, value, sizeof value);
+    NSFItemGetText(note, kPreDefinedItem, value, sizeof value);
     return strcasecmp(value, "true") == 0;
 }
 
@@ -85,8 +82,8 @@ struct References {
 
 References ReadReferences(NOTEHANDLE note) {
     References references;
-    GetTextListfield(note, kReferDocs, references.referDocs);
-    GetTextListfield(note, kUseDocs, references.useDocs);
+    GetTextListfield(note, kReferDocsItem, references.referDocs);
+    GetTextListfield(note, kUseDocsItem, references.useDocs);
     return references;
 }
 
@@ -244,8 +241,8 @@ bool RecreateFromTemplate(const UpgradeDLPDocParam& param, NOTEID templateId, co
     copyId = NoteIdOf(copy);
     References newReferences = ReadReferences(copy);
 
-    if (!KeepOldEntries(copy, kReferDocs, oldReferences.referDocs, newReferences.referDocs) ||
-        !KeepOldEntries(copy, kUseDocs, oldReferences.useDocs, newReferences.useDocs) || !SaveNote(copy)) {
+    if (!KeepOldEntries(copy, kReferDocsItem, oldReferences.referDocs, newReferences.referDocs) ||
+        !KeepOldEntries(copy, kUseDocsItem, oldReferences.useDocs, newReferences.useDocs) || !SaveNote(copy)) {
         NSFNoteClose(copy);
         return false;
     }
@@ -283,7 +280,7 @@ bool UpgradeExistingDocument(const UpgradeDLPDocParam& param, NOTEID templateId,
         return true;
     }
     LogDebugMessage(1, "%s is find in nsf, it is predefine", name.c_str());
-    if (HasItem(original, kReferDocs)) {
+    if (HasItem(original, kReferDocsItem)) {
         LogDebugMessage(1, "%s is used by any rule or template, try to delete and recreate", name.c_str());
     } else {
         LogDebugMessage(1, "%s is NOT used by any rule or template, try to delete and recreate", name.c_str());

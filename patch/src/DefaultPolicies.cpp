@@ -14,14 +14,18 @@
 
 namespace {
 
+constexpr size_t kFormulaSize = 32;
+
+// The conflict-action fix: every "Register" document gets the conflict action 3.
 const char kRegisterFormula[] = "FORM=\"Register\"";
-const char kDefaultRuleFormula[] = "DefaultRule=\"1\"";
 const char kConflictActionItem[] = "$ConflictAction";
+const char kWantedConflictAction[] = "3";
+constexpr size_t kConflictActionSize = 32;
+
+// The default-policy fix: "DefaultRule" stays only on the shipped default of each form.
+const char kDefaultRuleFormula[] = "DefaultRule=\"1\"";
 const char kDefaultRuleItem[] = "DefaultRule";
 const char kFormItem[] = "Form";
-const char kWantedConflictAction[] = "3";
-constexpr size_t kFormulaSize = 32;
-constexpr size_t kConflictActionSize = 32;
 constexpr size_t kFormSize = 64;
 
 // The shipped default document of each form, known by the note part of its originator ID.
@@ -62,17 +66,12 @@ STATUS SearchConfigDocuments(DBHANDLE* hDb, const char* formula, WORD formulaLen
                              bool* compiled) {
     char lmbcs[kFormulaSize];
     FORMULAHANDLE selection = NULLHANDLE;
-    STATUS status = CompileNativeFormula(formula, formulaLength, lmbcs, sizeof lmbcs, &selection);
+    // Both fixes name ChangeConflictAction in the compile failure (log readers match this text);
+    // the caller's database is closed then, so its later calls fail.
+    STATUS status = CompileSelectionOrCloseDatabase(*hDb, formula, formulaLength, lmbcs, sizeof lmbcs, &selection,
+                                                    "ChangeConflictAction", __LINE__);
     *compiled = status == NOERROR;
-    if (!*compiled) {
-        // Both fixes name ChangeConflictAction here (log readers match this text) and close the
-        // caller's database, whose later calls then fail: nothing should run on a database whose
-        // selection formulas do not compile.
-        LogDebugMessage(0, "[%s:%d]ChangeConflictAction Cannot compile the formula! error[%d]\n", kPatchSourceName,
-                        __LINE__, (int)status);
-        NSFDbClose(*hDb);
-        return status;
-    }
+    if (!*compiled) return status;
     // The compiled formula is not freed: the server frees the task's memory at its end.
     return NSFSearch(*hDb, selection, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, callback, hDb, nullptr);
 }

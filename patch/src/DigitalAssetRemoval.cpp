@@ -17,10 +17,7 @@
 
 namespace {
 
-const char kConfigDatabase[] = "rpx/rpconf.nsf";
 const char kAssetFormula[] = "Form=\"dictionary\" | Form=\"entity\"";
-const char kPreDefinedItem[] = "pre-defined";
-const char kReferDocsItem[] = "ReferDocs";
 constexpr size_t kFormulaSize = 1024;
 constexpr size_t kItemTextSize = 256;
 
@@ -128,14 +125,10 @@ STATUS RemoveDuplicatedUserDefinedDigitalAssert() {
 
     char lmbcs[kFormulaSize];
     FORMULAHANDLE formula = NULLHANDLE;
-    status = CompileNativeFormula(kAssetFormula, sizeof kAssetFormula - 1, lmbcs, sizeof lmbcs, &formula);
-    if (status != NOERROR) {
-        // The message names another routine: administrators' tools search the log for this text.
-        LogDebugMessage(0, "[%s:%d]UpdateRpency Cannot compile the formula! error[%d]\n", kPatchSourceName,
-                        __LINE__, (int)status);
-        NSFDbClose(param.hDb);
-        return status;
-    }
+    // The compile failure names another routine: administrators' tools search the log for it.
+    status = CompileSelectionOrCloseDatabase(param.hDb, kAssetFormula, sizeof kAssetFormula - 1, lmbcs, sizeof lmbcs,
+                                             &formula, "UpdateRpency", __LINE__);
+    if (status != NOERROR) return status;
     status = NSFSearch(param.hDb, formula, nullptr, 0, NOTE_CLASS_ALL, nullptr,
                        RemoveDuplicatedUserDefinedDigitalAssertCallback, &param, nullptr);
     if (status != NOERROR) LogDebugMessage(3, "NSFSearch failed for template");

@@ -38,10 +38,8 @@ struct ExpressionSearchParam {
 };
 
 const int kTableLogLevel = 3;
-const int kCompileErrorLogLevel = 0;
 const int kCompileErrorLine = 2299;  // log readers match this position, not the source's own line
 
-const char kConfigDb[] = "rpx/rpconf.nsf";
 const char kExpressionFormula[] = "FORM=\"Expression\"";
 const char kDocIdItem[] = "DocID";
 const char kExpressionItem[] = "Expression";
@@ -108,17 +106,13 @@ STATUS UpdateExpresionDocID() {
     FillExpressionTable(gMap);
 
     ExpressionSearchParam param{NULLHANDLE, &gMap};
-    if (NSFDbOpen(kConfigDb, &param.hDb) == NOERROR) {
+    if (NSFDbOpen(kConfigDatabase, &param.hDb) == NOERROR) {
         char lmbcs[kFormulaSize];
         FORMULAHANDLE formula = NULLHANDLE;
-        STATUS status =
-            CompileNativeFormula(kExpressionFormula, sizeof kExpressionFormula - 1, lmbcs, sizeof lmbcs, &formula);
-        if (status != NOERROR) {
-            LogDebugMessage(kCompileErrorLogLevel, "[%s:%d]UpdateRpency Cannot compile the formula! error[%d]\n",
-                            kPatchSourceName, kCompileErrorLine, (int)status);
-            NSFDbClose(param.hDb);
-            return status;
-        }
+        STATUS status = CompileSelectionOrCloseDatabase(param.hDb, kExpressionFormula, sizeof kExpressionFormula - 1,
+                                                        lmbcs, sizeof lmbcs, &formula, "UpdateRpency",
+                                                        kCompileErrorLine);
+        if (status != NOERROR) return status;
         NSFSearch(param.hDb, formula, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, UpdateExpresionProc, &param,
                   nullptr);
         NSFDbClose(param.hDb);  // the compiled formula is not freed: the server frees it at task end

@@ -1,6 +1,7 @@
 // Steps every search of the patch repeats: compiling a native selection formula, finding the
 // matched note of a search callback, a note's UNID text and a status's platform text.
 #include "global.h"
+#include "nsfdb.h"
 #include "nsfnote.h"
 #include "nsfsearc.h"
 #include "osmisc.h"
@@ -21,6 +22,17 @@ STATUS CompileNativeFormula(const char* formula, WORD formulaLength, char* lmbcs
     STATUS compileError = NOERROR;
     return NSFFormulaCompile(nullptr, 0, lmbcs, length, compiled, &compiledLength, &compileError, &errorLine,
                              &errorColumn, &errorOffset, &errorLength);
+}
+
+STATUS CompileSelectionOrCloseDatabase(DBHANDLE db, const char* formula, WORD formulaLength, char* lmbcs, size_t size,
+                                       FORMULAHANDLE* compiled, const char* routine, int line) {
+    STATUS status = CompileNativeFormula(formula, formulaLength, lmbcs, size, compiled);
+    if (status != NOERROR) {
+        LogDebugMessage(0, "[%s:%d]%s Cannot compile the formula! error[%d]\n", kPatchSourceName, line, routine,
+                        (int)status);
+        NSFDbClose(db);
+    }
+    return status;
 }
 
 bool IsSelectedMatch(const SEARCH_MATCH* match) {

@@ -22,8 +22,6 @@ namespace {
 constexpr size_t kFormulaSize = 1024;
 constexpr size_t kListEntrySize = 8192;
 
-const char kReferDocs[] = "ReferDocs";
-const char kUseDocs[] = "UseDocs";
 const char kMatchRule[] = "matchRule";
 
 // The two walks are one routine with these constants. Their search-failure messages differ by
@@ -224,8 +222,8 @@ void ReplaceTextListfield(NOTEHANDLE note, const char* item) {
 STATUS LNCALLBACK RemoveObsoleteUNIDCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) {
     NOTEHANDLE note = NULLHANDLE;
     if (!OpenMatchedNoteOrLog(parameter, match, "RemoveObsoleteUNIDCallback", note)) return NOERROR;
-    RemoveTextListfield(note, kReferDocs);
-    RemoveTextListfield(note, kUseDocs);
+    RemoveTextListfield(note, kReferDocsItem);
+    RemoveTextListfield(note, kUseDocsItem);
     NSFNoteUpdate(note, UPDATE_FORCE);
     NSFNoteClose(note);
     return NOERROR;

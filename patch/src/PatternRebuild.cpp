@@ -57,13 +57,9 @@ STATUS FindOldPatternFormat(int* oldFormat, DHANDLE* acl) {
 
     char lmbcs[kFormulaSize];
     FORMULAHANDLE formula = NULLHANDLE;
-    STATUS status = CompileNativeFormula(kPatternFormula, sizeof kPatternFormula - 1, lmbcs, sizeof lmbcs, &formula);
-    if (status != NOERROR) {
-        LogDebugMessage(kRebuildLogLevel, "[%s:%d]UpdateRpency Cannot compile the formula! error[%d]\n",
-                        kPatchSourceName, kCompileErrorLine, (int)status);
-        NSFDbClose(param.hDb);
-        return status;
-    }
+    STATUS status = CompileSelectionOrCloseDatabase(param.hDb, kPatternFormula, sizeof kPatternFormula - 1, lmbcs,
+                                                    sizeof lmbcs, &formula, "UpdateRpency", kCompileErrorLine);
+    if (status != NOERROR) return status;
     NSFSearch(param.hDb, formula, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, CheckPatternVersionFormat, &param,
               nullptr);
     if (param.oldFormat) {
