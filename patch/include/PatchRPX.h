@@ -85,6 +85,11 @@ DBHANDLE SearchedDatabase(const void* parameter);
 // Opens the matched note in the searched database; the status of NSFNoteOpen.
 STATUS OpenMatchedNote(const void* parameter, const SEARCH_MATCH* match, NOTEHANDLE* note);
 
+// Whether the note has the item (NSFItemInfo answers 0).
+bool HasItem(NOTEHANDLE note, const char* item);
+// When the note has the item: its text into text (size bytes, zeroed first, at most limit bytes
+// read, always ended) and true. Otherwise false, text untouched.
+bool ReadPresentItemText(NOTEHANDLE note, const char* item, char* text, size_t size, WORD limit);
 // Room for a UNID text ("%08X%08X%08X%08X") as the patch formats it.
 constexpr size_t kUnidTextSize = 255;
 // The note's UNID from its originator ID as 32 upper-case hexadecimal digits into text (size bytes).

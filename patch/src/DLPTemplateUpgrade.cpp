@@ -29,9 +29,6 @@ const char* const kDLPForms[] = {"dictionary",  "entity",   "template", "diction
 const char kNameItem[] = "name";
 const char kOut[] = "SearchFormDocumentCallback OUT";
 
-constexpr size_t kFormulaSize = 512;
-constexpr size_t kNameSize = 1024;
-constexpr size_t kPredefinedSize = 4096;
 const STATUS kTopStatusBits = 0xC000;
 
 int LowWord(STATUS status) {
@@ -44,16 +41,22 @@ struct ErrorText {
     char text[kErrorTextSize];
 };
 
+// Logs a failed call as "<call> error. sError is <n>, czErrorMessage is <text>..."; true when
+// status is 0.
+bool CallSucceeded(STATUS status, const char* call) {
+    if (status == NOERROR) return true;
+    LogDebugMessage(1, "%s error. sError is %d, czErrorMessage is %s...", call, LowWord(status),
+                    ErrorText(status).text);
+    return false;
+}
+
 NOTEID NoteIdOf(NOTEHANDLE note) {
     NOTEID id = 0;
     NSFNoteGetInfo(note, _NOTE_ID, &id);
     return id;
 }
 
-bool HasItem(NOTEHANDLE note, const char* item) {
-    return NSFItemInfo(note, item, static_cast<WORD>(std::strlen(item)), nullptr, nullptr, nullptr, nullptr) ==
-           NOERROR;
-}
+constexpr size_t kNameSize = 1024;
 
 // The identifying item in the native character set; empty when absent or empty.
 std::string ReadNativeName(NOTEHANDLE note, const char* item) {
@@ -67,6 +70,8 @@ std::string ReadNativeName(NOTEHANDLE note, const char* item) {
     native[nativeLength < sizeof native ? nativeLength : sizeof native - 1] = '\0';
     return native;
 }
+
+constexpr size_t kPredefinedSize = 4096;
 
 bool IsPredefined(NOTEHANDLE note) {
     char value[kPredefinedSize];
@@ -86,6 +91,8 @@ References ReadReferences(NOTEHANDLE note) {
     GetTextListfield(note, kUseDocsItem, references.useDocs);
     return references;
 }
+
+constexpr size_t kFormulaSize = 512;
 
 // Shared by the database search and the template search: the form's selection, the walk and
 // its failure messages. routine names the caller in its messages.
@@ -135,14 +142,16 @@ bool CopyMissingDocument(const UpgradeDLPDocParam& param, NOTEHANDLE templateNot
     return true;
 }
 
-bool DeleteOriginalDocument(DBHANDLE hDb, NOTEID noteId) {
+// Deletes a DLP note, logging "Delete <which> dlp template error..." or "... <succeeded>. notesid=<n>".
+// The two deletions spell the success word differently and log readers match each, so it is passed in.
+bool DeleteDLPNote(DBHANDLE hDb, NOTEID noteId, const char* which, const char* succeeded) {
     STATUS status = NSFNoteDelete(hDb, noteId, UPDATE_FORCE);
     if (status != NOERROR) {
-        LogDebugMessage(1, "Delete original dlp template error. notesid=%d, sError is %d, czErrorMessage is %s...",
+        LogDebugMessage(1, "Delete %s dlp template error. notesid=%d, sError is %d, czErrorMessage is %s...", which,
                         static_cast<int>(noteId), LowWord(status), ErrorText(status).text);
         return false;
     }
-    LogDebugMessage(1, "Delete original dlp template Success. notesid=%d", static_cast<int>(noteId));
+    LogDebugMessage(1, "Delete %s dlp template %s. notesid=%d", which, succeeded, static_cast<int>(noteId));
     return true;
 }
 
@@ -153,23 +162,14 @@ bool KeepOldEntries(NOTEHANDLE note, const char* item, const std::set<std::strin
         if (newEntries.count(entry) != 0) continue;
         LogDebugMessage(1, "buf: %s cannot be found in ori ntf doc %s.", entry.c_str(), item);
         STATUS status = NSFItemAppendTextList(note, item, entry.c_str(), static_cast<WORD>(entry.size()), FALSE);
-        if (status != NOERROR) {
-            LogDebugMessage(1, "NSFItemAppendTextList error. sError is %d, czErrorMessage is %s...", LowWord(status),
-                            ErrorText(status).text);
-            return false;
-        }
+        if (!CallSucceeded(status, "NSFItemAppendTextList")) return false;
         LogDebugMessage(1, "NSFItemAppendTextList success.");
     }
     return true;
 }
 
 bool SaveNote(NOTEHANDLE note) {
-    STATUS status = NSFNoteUpdate(note, UPDATE_FORCE);
-    if (status != NOERROR) {
-        LogDebugMessage(1, "NSFNoteUpdate error. sError is %d, czErrorMessage is %s...", LowWord(status),
-                        ErrorText(status).text);
-        return false;
-    }
+    if (!CallSucceeded(NSFNoteUpdate(note, UPDATE_FORCE), "NSFNoteUpdate")) return false;
     LogDebugMessage(1, "NSFNoteUpdate success.");
     return true;
 }
@@ -178,10 +178,7 @@ bool SaveNote(NOTEHANDLE note) {
 // one (copyId). Closes copy in every case.
 bool GiveBackOldUnid(DBHANDLE hDb, NOTEHANDLE copy, NOTEID copyId, const std::string& oldUnid) {
     NOTEHANDLE duplicate = NULLHANDLE;
-    STATUS status = NSFNoteCopy(copy, &duplicate);
-    if (status != NOERROR) {
-        LogDebugMessage(1, "NSFNoteCopy error. sError is %d, czErrorMessage is %s...", LowWord(status),
-                        ErrorText(status).text);
+    if (!CallSucceeded(NSFNoteCopy(copy, &duplicate), "NSFNoteCopy")) {
         NSFNoteClose(copy);
         return false;
     }
@@ -202,14 +199,7 @@ bool GiveBackOldUnid(DBHANDLE hDb, NOTEHANDLE copy, NOTEID copyId, const std::st
     NSFNoteClose(copy);
     if (!saved) return false;
 
-    status = NSFNoteDelete(hDb, copyId, UPDATE_FORCE);
-    if (status != NOERROR) {
-        LogDebugMessage(1, "Delete temp dlp template error. notesid=%d, sError is %d, czErrorMessage is %s...",
-                        static_cast<int>(copyId), LowWord(status), ErrorText(status).text);
-        return false;
-    }
-    LogDebugMessage(1, "Delete temp dlp template sucess. notesid=%d", static_cast<int>(copyId));
-    return true;
+    return DeleteDLPNote(hDb, copyId, "temp", "sucess");
 }
 
 // After the original (UNID oldUnid) was deleted: the template document copied in, the old
@@ -288,7 +278,7 @@ bool UpgradeExistingDocument(const UpgradeDLPDocParam& param, NOTEID templateId,
     References oldReferences = ReadReferences(original);
     NOTEID originalId = NoteIdOf(original);
     NSFNoteClose(original);
-    if (!DeleteOriginalDocument(param.hDb, originalId)) return false;
+    if (!DeleteDLPNote(param.hDb, originalId, "original", "Success")) return false;
     return RecreateFromTemplate(param, templateId, dbUnid, oldReferences);
 }
 

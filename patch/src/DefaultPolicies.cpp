@@ -14,14 +14,6 @@
 
 namespace {
 
-constexpr size_t kFormulaSize = 32;
-
-// The conflict-action fix: every "Register" document gets the conflict action 3.
-const char kRegisterFormula[] = "FORM=\"Register\"";
-const char kConflictActionItem[] = "$ConflictAction";
-const char kWantedConflictAction[] = "3";
-constexpr size_t kConflictActionSize = 32;
-
 // The default-policy fix: "DefaultRule" stays only on the shipped default of each form.
 const char kDefaultRuleFormula[] = "DefaultRule=\"1\"";
 const char kDefaultRuleItem[] = "DefaultRule";
@@ -61,6 +53,8 @@ bool IsShippedDefault(const char* form, const ORIGINATORID& oid) {
     return false;
 }
 
+constexpr size_t kFormulaSize = 32;
+
 // The search both fixes share. *compiled tells a compile failure apart from the search's status.
 STATUS SearchConfigDocuments(DBHANDLE* hDb, const char* formula, WORD formulaLength, NSFSEARCHPROC callback,
                              bool* compiled) {
@@ -81,14 +75,15 @@ bool OpenSelectedNote(void* parameter, SEARCH_MATCH* match, NOTEHANDLE* note) {
     return IsSelectedMatch(match) && OpenMatchedNote(parameter, match, note) == NOERROR;
 }
 
+// The conflict-action fix: every "Register" document gets the conflict action 3.
+const char kRegisterFormula[] = "FORM=\"Register\"";
+const char kConflictActionItem[] = "$ConflictAction";
+const char kWantedConflictAction[] = "3";
+constexpr size_t kConflictActionSize = 32;
+
 bool NeedsConflictAction(NOTEHANDLE note) {
-    if (NSFItemInfo(note, kConflictActionItem, sizeof kConflictActionItem - 1, nullptr, nullptr, nullptr,
-                    nullptr) != NOERROR) {
-        return true;
-    }
     char value[kConflictActionSize];
-    std::memset(value, 0, sizeof value);
-    NSFItemGetText(note, kConflictActionItem, value, sizeof value - 1);
+    if (!ReadPresentItemText(note, kConflictActionItem, value, sizeof value, sizeof value - 1)) return true;
     return value[0] != kWantedConflictAction[0];
 }
 

@@ -69,13 +69,8 @@ bool IsPreDefined(NOTEHANDLE note) {
 }
 
 bool IsReferredTo(NOTEHANDLE note) {
-    if (NSFItemInfo(note, kReferDocsItem, sizeof kReferDocsItem - 1, nullptr, nullptr, nullptr, nullptr) !=
-        NOERROR) {
-        return false;
-    }
     char value[kItemTextSize];
-    std::memset(value, 0, sizeof value);
-    NSFItemGetText(note, kReferDocsItem, value, sizeof value - 1);
+    if (!ReadPresentItemText(note, kReferDocsItem, value, sizeof value, sizeof value - 1)) return false;
     return value[0] != '\0';
 }
 

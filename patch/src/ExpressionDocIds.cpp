@@ -37,16 +37,11 @@ struct ExpressionSearchParam {
     ExpressionTable* table;
 };
 
-const int kTableLogLevel = 3;
+const char kExpressionFormula[] = "FORM=\"Expression\"";
+const size_t kFormulaSize = 32;
 const int kCompileErrorLine = 2299;  // log readers match this position, not the source's own line
 
-const char kExpressionFormula[] = "FORM=\"Expression\"";
-const char kDocIdItem[] = "DocID";
-const char kExpressionItem[] = "Expression";
-const char kRefContentItem[] = "RefContent";
-const size_t kFormulaSize = 32;
-const size_t kFieldSize = 256;
-const WORD kFieldReadLimit = 255;
+const int kTableLogLevel = 3;
 
 void FillExpressionTable(ExpressionTable& table) {
     for (const ExpressionRow& row : kExpressionRows) table[row.expression] = row.unid;
@@ -57,6 +52,12 @@ void LogExpressionTable(const ExpressionTable& table) {
         LogDebugMessage(kTableLogLevel, "\tgMap[\"%s\"]=\"%s\";", row.first.c_str(), row.second.c_str());
     }
 }
+
+const char kDocIdItem[] = "DocID";
+const char kExpressionItem[] = "Expression";
+const char kRefContentItem[] = "RefContent";
+const size_t kFieldSize = 256;
+const WORD kFieldReadLimit = 255;
 
 // An item's text into text (kFieldSize bytes, zeroed here); a missing item reads as "".
 void ReadFieldText(NOTEHANDLE note, const char* item, char* text) {

@@ -1,5 +1,6 @@
 // Steps every search of the patch repeats: compiling a native selection formula, finding the
-// matched note of a search callback, a note's UNID text and a status's platform text.
+// matched note of a search callback, whether a note has an item and its text, a note's UNID text and a
+// status's platform text.
 #include "global.h"
 #include "nsfdb.h"
 #include "nsfnote.h"
@@ -55,6 +56,19 @@ DBHANDLE SearchedDatabase(const void* parameter) {
 
 STATUS OpenMatchedNote(const void* parameter, const SEARCH_MATCH* match, NOTEHANDLE* note) {
     return NSFNoteOpen(SearchedDatabase(parameter), MatchedNoteId(match), 0, note);
+}
+
+bool HasItem(NOTEHANDLE note, const char* item) {
+    return NSFItemInfo(note, item, static_cast<WORD>(std::strlen(item)), nullptr, nullptr, nullptr, nullptr) ==
+           NOERROR;
+}
+
+bool ReadPresentItemText(NOTEHANDLE note, const char* item, char* text, size_t size, WORD limit) {
+    if (!HasItem(note, item)) return false;
+    std::memset(text, 0, size);
+    NSFItemGetText(note, item, text, limit);
+    text[size - 1] = '\0';
+    return true;
 }
 
 void FormatNoteUNID(NOTEHANDLE note, char* text, size_t size) {

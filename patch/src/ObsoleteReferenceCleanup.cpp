@@ -56,10 +56,6 @@ WORD NameLength(const char* item) {
     return static_cast<WORD>(std::strlen(item));
 }
 
-bool HasItem(NOTEHANDLE note, const char* item) {
-    return NSFItemInfo(note, item, NameLength(item), nullptr, nullptr, nullptr, nullptr) == NOERROR;
-}
-
 STATUS RunCleanupPass(DBHANDLE hDb, const CleanupPass& pass, int line) {
     char lmbcs[kFormulaSize];
     FORMULAHANDLE formula = NULLHANDLE;
@@ -94,6 +90,13 @@ bool OpenMatchedNoteOrLog(void* parameter, const SEARCH_MATCH* match, const char
 
 bool IsObsolete(const std::string& entry) {
     return m_nsf_ObsoleteUNIDSet.count(entry) != 0;
+}
+
+bool ListsObsoleteUNID(const std::set<std::string>& entries) {
+    for (const std::string& entry : entries) {
+        if (IsObsolete(entry)) return true;
+    }
+    return false;
 }
 
 bool MentionsObsoleteUNID(const std::set<std::string>& entries) {
@@ -139,6 +142,35 @@ bool PutBackEntry(NOTEHANDLE note, const char* item, const std::string& entry, c
     return true;
 }
 
+// The steps both list rewrites begin with: the note's UNID into unid, the item's entries into
+// entries, and the item deleted when needsRewrite(entries). False, logged under routine, when the
+// item is missing, needs no rewrite or cannot be deleted.
+bool TakeListForRewrite(NOTEHANDLE note, const char* item, const char* routine,
+                        bool (*needsRewrite)(const std::set<std::string>&), char (&unid)[kUnidTextSize],
+                        std::set<std::string>& entries) {
+    FormatNoteUNID(note, unid, sizeof unid);
+    if (!HasItem(note, item)) {
+        LogDebugMessage(1, "%s:UNID %s field %s is null", routine, unid, item);
+        return false;
+    }
+    GetTextListfield(note, item, entries);
+    if (!needsRewrite(entries)) {
+        LogDebugMessage(1, "%s: No obsolete UNID exist in this doc UNID %s field %s", routine, unid, item);
+        return false;
+    }
+    STATUS status = NSFItemDelete(note, item, NameLength(item));
+    if (status != NOERROR) {
+        char text[kErrorTextSize];
+        LoadStatusText(status, text, sizeof text);
+        LogDebugMessage(1, "%s: NSFItemDelete error. item is %s, UNID is %s, sError is %d, czErrorMessage is %s.",
+                        routine, item, unid, LowWord(status), text);
+        return false;
+    }
+    // Both rewrites log the removal's success message, "RemoveTextListfield" included.
+    LogDebugMessage(1, "RemoveTextListfield: NSFItemDelete success: item: %s", item);
+    return true;
+}
+
 }  // namespace
 
 void GetTextListfield(NOTEHANDLE note, const char* item, std::set<std::string>& entries) {
@@ -154,29 +186,8 @@ void GetTextListfield(NOTEHANDLE note, const char* item, std::set<std::string>& 
 
 void RemoveTextListfield(NOTEHANDLE note, const char* item) {
     char unid[kUnidTextSize];
-    FormatNoteUNID(note, unid, sizeof unid);
-    if (!HasItem(note, item)) {
-        LogDebugMessage(1, "RemoveTextListfield:UNID %s field %s is null", unid, item);
-        return;
-    }
     std::set<std::string> entries;
-    GetTextListfield(note, item, entries);
-    bool anyObsolete = false;
-    for (const std::string& entry : entries) anyObsolete = anyObsolete || IsObsolete(entry);
-    if (!anyObsolete) {
-        LogDebugMessage(1, "RemoveTextListfield: No obsolete UNID exist in this doc UNID %s field %s", unid, item);
-        return;
-    }
-    STATUS status = NSFItemDelete(note, item, NameLength(item));
-    if (status != NOERROR) {
-        char text[kErrorTextSize];
-        LoadStatusText(status, text, sizeof text);
-        LogDebugMessage(1, "RemoveTextListfield: NSFItemDelete error. item is %s, UNID is %s, sError is %d, "
-                           "czErrorMessage is %s.",
-                        item, unid, LowWord(status), text);
-        return;
-    }
-    LogDebugMessage(1, "RemoveTextListfield: NSFItemDelete success: item: %s", item);
+    if (!TakeListForRewrite(note, item, "RemoveTextListfield", ListsObsoleteUNID, unid, entries)) return;
     for (const std::string& entry : entries) {
         if (IsObsolete(entry)) {
             LogDebugMessage(1, "RemoveTextListfield: Remove the Obsolete UNID %s from %s in doc: %s!", entry.c_str(),
@@ -191,29 +202,9 @@ void RemoveTextListfield(NOTEHANDLE note, const char* item) {
 
 void ReplaceTextListfield(NOTEHANDLE note, const char* item) {
     char unid[kUnidTextSize];
-    FormatNoteUNID(note, unid, sizeof unid);
-    if (!HasItem(note, item)) {
-        LogDebugMessage(1, "ReplaceTextListfield:UNID %s field %s is null", unid, item);
-        return;
-    }
     std::set<std::string> entries;
-    GetTextListfield(note, item, entries);
     // Whether to act is decided by the set; the rewrite below uses the map.
-    if (!MentionsObsoleteUNID(entries)) {
-        LogDebugMessage(1, "ReplaceTextListfield: No obsolete UNID exist in this doc UNID %s field %s", unid, item);
-        return;
-    }
-    STATUS status = NSFItemDelete(note, item, NameLength(item));
-    if (status != NOERROR) {
-        char text[kErrorTextSize];
-        LoadStatusText(status, text, sizeof text);
-        LogDebugMessage(1, "ReplaceTextListfield: NSFItemDelete error. item is %s, UNID is %s, sError is %d, "
-                           "czErrorMessage is %s.",
-                        item, unid, LowWord(status), text);
-        return;
-    }
-    // The removal's success message, "RemoveTextListfield" included, is the one this step logs.
-    LogDebugMessage(1, "RemoveTextListfield: NSFItemDelete success: item: %s", item);
+    if (!TakeListForRewrite(note, item, "ReplaceTextListfield", MentionsObsoleteUNID, unid, entries)) return;
     for (const std::string& entry : entries) {
         if (!PutBackEntry(note, item, WithSuccessorUNIDs(entry), "ReplaceTextListfield", unid)) return;
     }

@@ -28,26 +28,18 @@ namespace {
 // log's fixed output.
 const int kRebuildLogLevel = 0;
 
-const char kPatternTemplate[] = "rpx/rpency.ntf";
-const char kPatternFormula[] = "FORM=\"Patternfile\"";
 const char kVersionItem[] = "InternalPVer";
-const size_t kFormulaSize = 32;
 const size_t kVersionSize = 32;
-const int kCompileErrorLine = 2071;  // log readers match this position, not the source's own line
-const DWORD kFixedReplicaIdLow = 0x001E96E4;
-const DWORD kFixedReplicaIdHigh = 0x852552F9;
 
 bool HasOldVersionText(NOTEHANDLE note) {
-    if (NSFItemInfo(note, kVersionItem, sizeof kVersionItem - 1, nullptr, nullptr, nullptr, nullptr) !=
-        NOERROR) {
-        return false;
-    }
     char version[kVersionSize];
-    std::memset(version, 0, sizeof version);
-    NSFItemGetText(note, kVersionItem, version, sizeof version);
-    version[kVersionSize - 1] = '\0';
+    if (!ReadPresentItemText(note, kVersionItem, version, sizeof version, sizeof version)) return false;
     return std::strchr(version, '.') == nullptr;
 }
+
+const char kPatternFormula[] = "FORM=\"Patternfile\"";
+const size_t kFormulaSize = 32;
+const int kCompileErrorLine = 2071;  // log readers match this position, not the source's own line
 
 // Sets *oldFormat when the pattern database holds an old-format pattern document, and then reads
 // its ACL into *acl. Returns a formula compile error, else 0 (also without a pattern database).
@@ -69,6 +61,10 @@ STATUS FindOldPatternFormat(int* oldFormat, DHANDLE* acl) {
     NSFDbClose(param.hDb);
     return NOERROR;  // the compiled formula stays: the server frees the task's memory at task end
 }
+
+const char kPatternTemplate[] = "rpx/rpency.ntf";
+const DWORD kFixedReplicaIdLow = 0x001E96E4;
+const DWORD kFixedReplicaIdHigh = 0x852552F9;
 
 // Creates the pattern database from its template, gives it the fixed replica ID and stores acl.
 // 0 or the create status.
