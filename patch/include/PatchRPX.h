@@ -75,8 +75,8 @@ STATUS CompileNativeFormula(const char* formula, WORD formulaLength, char* lmbcs
 // CompileNativeFormula, and when the formula does not compile: logs at level 0
 // "[PatchRPX:<line>]<routine> Cannot compile the formula! error[<status>]" and closes db, so that
 // nothing runs on a database whose selection does not compile.
-STATUS CompileSelectionOrCloseDatabase(DBHANDLE db, const char* formula, WORD formulaLength, char* lmbcs, size_t size,
-                                       FORMULAHANDLE* compiled, const char* routine, int line);
+STATUS CompileSelectionOrCloseDatabase(DBHANDLE db, const char* formula, WORD formulaLength, char* lmbcs,
+                                       size_t size, FORMULAHANDLE* compiled, const char* routine, int line);
 // Whether the selection formula chose the matched note (a search also reports deletions).
 bool IsSelectedMatch(const SEARCH_MATCH* match);
 NOTEID MatchedNoteId(const SEARCH_MATCH* match);

@@ -142,8 +142,9 @@ bool CopyMissingDocument(const UpgradeDLPDocParam& param, NOTEHANDLE templateNot
     return true;
 }
 
-// Deletes a DLP note, logging "Delete <which> dlp template error..." or "... <succeeded>. notesid=<n>".
-// The two deletions spell the success word differently and log readers match each, so it is passed in.
+// Deletes a DLP note, logging "Delete <which> dlp template error..." or "... <succeeded>.
+// notesid=<n>". The two deletions spell the success word differently and log readers match each,
+// so it is passed in.
 bool DeleteDLPNote(DBHANDLE hDb, NOTEID noteId, const char* which, const char* succeeded) {
     STATUS status = NSFNoteDelete(hDb, noteId, UPDATE_FORCE);
     if (status != NOERROR) {

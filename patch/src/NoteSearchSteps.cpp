@@ -1,6 +1,6 @@
 // Steps every search of the patch repeats: compiling a native selection formula, finding the
-// matched note of a search callback, whether a note has an item and its text, a note's UNID text and a
-// status's platform text.
+// matched note of a search callback, whether a note has an item and its text, a note's UNID
+// text and a status's platform text.
 #include "global.h"
 #include "nsfdb.h"
 #include "nsfnote.h"
@@ -25,12 +25,12 @@ STATUS CompileNativeFormula(const char* formula, WORD formulaLength, char* lmbcs
                              &errorColumn, &errorOffset, &errorLength);
 }
 
-STATUS CompileSelectionOrCloseDatabase(DBHANDLE db, const char* formula, WORD formulaLength, char* lmbcs, size_t size,
-                                       FORMULAHANDLE* compiled, const char* routine, int line) {
+STATUS CompileSelectionOrCloseDatabase(DBHANDLE db, const char* formula, WORD formulaLength, char* lmbcs,
+                                       size_t size, FORMULAHANDLE* compiled, const char* routine, int line) {
     STATUS status = CompileNativeFormula(formula, formulaLength, lmbcs, size, compiled);
     if (status != NOERROR) {
-        LogDebugMessage(0, "[%s:%d]%s Cannot compile the formula! error[%d]\n", kPatchSourceName, line, routine,
-                        (int)status);
+        LogDebugMessage(0, "[%s:%d]%s Cannot compile the formula! error[%d]\n", kPatchSourceName, line,
+                        routine, (int)status);
         NSFDbClose(db);
     }
     return status;
@@ -59,8 +59,8 @@ STATUS OpenMatchedNote(const void* parameter, const SEARCH_MATCH* match, NOTEHAN
 }
 
 bool HasItem(NOTEHANDLE note, const char* item) {
-    return NSFItemInfo(note, item, static_cast<WORD>(std::strlen(item)), nullptr, nullptr, nullptr, nullptr) ==
-           NOERROR;
+    return NSFItemInfo(note, item, static_cast<WORD>(std::strlen(item)), nullptr, nullptr, nullptr,
+                       nullptr) == NOERROR;
 }
 
 bool ReadPresentItemText(NOTEHANDLE note, const char* item, char* text, size_t size, WORD limit) {
