@@ -12,25 +12,21 @@ namespace {
 constexpr size_t kWorkBufferSize = 1024;
 constexpr size_t kMaxBaseLength = 1020;
 
+// The four numbers of a version, most significant first.
 struct Version {
-    int major;
-    int minor;
-    int third;
-    int fourth;
+    int part[4];
 };
 
 int compareVersions(const Version& a, const Version& b) {
-    const int left[] = {a.major, a.minor, a.third, a.fourth};
-    const int right[] = {b.major, b.minor, b.third, b.fourth};
     for (int i = 0; i < 4; ++i) {
-        if (left[i] != right[i]) return left[i] > right[i] ? 1 : -1;
+        if (a.part[i] != b.part[i]) return a.part[i] > b.part[i] ? 1 : -1;
     }
     return 0;
 }
 
 Version parseVersion(const char* path) {
-    Version version{0, 0, 0, 0};
-    RkParseVersionStr(path, &version.major, &version.minor, &version.third, &version.fourth);
+    Version version{{0, 0, 0, 0}};
+    RkParseVersionStr(path, &version.part[0], &version.part[1], &version.part[2], &version.part[3]);
     return version;
 }
 
@@ -79,7 +75,7 @@ char* findVersionFolder(const char* base, const char* sub, char* out, unsigned l
         out[size - 1] = '\0';
         strncpy(out, path.c_str(), size - 1);
     });
-    return best.major != 0 ? out : nullptr;
+    return best.part[0] != 0 ? out : nullptr;
 }
 
 }  // namespace
@@ -129,11 +125,11 @@ int GetPathCountN(const char* base, const char* sub) {
 char* GetLatestPathN(const char* base, const char* sub, char* out, unsigned long size) {
     // A major of 0 may have been written into out while the result is NULL; callers test the
     // result, never out.
-    return findVersionFolder(base, sub, out, size, Version{0, 0, 0, 0}, 1);
+    return findVersionFolder(base, sub, out, size, Version{{0, 0, 0, 0}}, 1);
 }
 
 char* GetOldestPathN(const char* base, const char* sub, char* out, unsigned long size) {
     // With no version folder at all the start value's major stays and out is returned
     // unwritten, unlike GetLatestPathN; the other tasks rely on that result.
-    return findVersionFolder(base, sub, out, size, Version{32767, 32767, 32767, 32767}, -1);
+    return findVersionFolder(base, sub, out, size, Version{{32767, 32767, 32767, 32767}}, -1);
 }

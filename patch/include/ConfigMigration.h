@@ -11,6 +11,12 @@
 #include "nsfdata.h"
 #include "nsfsearc.h"
 
+// The configuration database and the items its DLP documents share.
+constexpr char kConfigDatabase[] = "rpx/rpconf.nsf";
+constexpr char kPreDefinedItem[] = "pre-defined";
+constexpr char kReferDocsItem[] = "ReferDocs";
+constexpr char kUseDocsItem[] = "UseDocs";
+
 // UNID of an obsolete document of rpx/rpconf.nsf -> UNID of the document that replaces it.
 extern std::map<std::string, std::string> m_nsf_ObsoleteUNIDMap;
 // UNIDs of obsolete documents of rpx/rpconf.nsf.

@@ -54,8 +54,6 @@ constexpr char kPatternDatabase[] = "rpx/rpency.nsf";
 // Room for a platform status text read with capacity 256, or a translation of one.
 constexpr size_t kStatusTextSize = 257;
 
-// The platform's text of status (all 16 bits passed on) into text (kStatusTextSize bytes).
-void LoadStatusText(STATUS status, char* text);
 // LMBCS text to the native character set, at most 256 bytes, into native (kStatusTextSize).
 void StatusTextToNative(const char* text, char* native);
 // Opens the database at path into *db. When it cannot be opened, puts its path and then the

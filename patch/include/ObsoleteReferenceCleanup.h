@@ -1,5 +1,5 @@
 // The obsolete-reference cleanup of rpx/rpconf.nsf and the note-level helpers it shares with the
-// DLP template upgrade: text lists read into ordered sets, UNID text of a note, error texts.
+// DLP template upgrade: text lists read into ordered sets.
 // RemoveObsoleteUNID, ReplaceObsoleteUNID and the two listings are declared in ConfigMigration.h.
 #ifndef OBSOLETE_REFERENCE_CLEANUP_H
 #define OBSOLETE_REFERENCE_CLEANUP_H
@@ -12,15 +12,8 @@
 #include "nsfdata.h"
 #include "nsfsearc.h"
 
-// Room for a UNID text ("%08X%08X%08X%08X") as the migration formats it.
-constexpr size_t kUnidTextSize = 255;
 // Room for a status text loaded with capacity 255.
 constexpr size_t kErrorTextSize = 256;
-
-// The note's UNID from its originator ID as 32 upper-case hexadecimal digits into text (size bytes).
-void FormatNoteUNID(NOTEHANDLE note, char* text, size_t size);
-// The platform's text of the status's error code (masked with 0x3FFF) into text (kErrorTextSize).
-void LoadErrorText(STATUS status, char* text);
 
 // Adds every entry of the text list item to entries (already present entries are not added twice).
 void GetTextListfield(NOTEHANDLE note, const char* item, std::set<std::string>& entries);

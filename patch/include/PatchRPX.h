@@ -66,6 +66,38 @@ STATUS UpdateDatabase(PatchSetting& setting);
 // status.
 STATUS TakeDatabaseOfflineWhenFree(const char* notesPath, DWORD options, bool numberTheWaits);
 
+// ---- Steps shared by the searches -----------------------------------------------------------
+
+// Translates the native formula (formulaLength bytes) to LMBCS into lmbcs (size bytes, at most
+// size - 1 of them text) and compiles it into *compiled. The status of NSFFormulaCompile.
+STATUS CompileNativeFormula(const char* formula, WORD formulaLength, char* lmbcs, size_t size,
+                            FORMULAHANDLE* compiled);
+// CompileNativeFormula, and when the formula does not compile: logs at level 0
+// "[PatchRPX:<line>]<routine> Cannot compile the formula! error[<status>]" and closes db, so that
+// nothing runs on a database whose selection does not compile.
+STATUS CompileSelectionOrCloseDatabase(DBHANDLE db, const char* formula, WORD formulaLength, char* lmbcs,
+                                       size_t size, FORMULAHANDLE* compiled, const char* routine, int line);
+// Whether the selection formula chose the matched note (a search also reports deletions).
+bool IsSelectedMatch(const SEARCH_MATCH* match);
+NOTEID MatchedNoteId(const SEARCH_MATCH* match);
+// Every search parameter record of the patch begins with the searched database's handle.
+DBHANDLE SearchedDatabase(const void* parameter);
+// Opens the matched note in the searched database; the status of NSFNoteOpen.
+STATUS OpenMatchedNote(const void* parameter, const SEARCH_MATCH* match, NOTEHANDLE* note);
+
+// Whether the note has the item (NSFItemInfo answers 0).
+bool HasItem(NOTEHANDLE note, const char* item);
+// When the note has the item: its text into text (size bytes, zeroed first, at most limit bytes
+// read, always ended) and true. Otherwise false, text untouched.
+bool ReadPresentItemText(NOTEHANDLE note, const char* item, char* text, size_t size, WORD limit);
+// Room for a UNID text ("%08X%08X%08X%08X") as the patch formats it.
+constexpr size_t kUnidTextSize = 255;
+// The note's UNID from its originator ID as 32 upper-case hexadecimal digits into text (size bytes).
+void FormatNoteUNID(NOTEHANDLE note, char* text, size_t size);
+// The platform's text of the status's error code (ERR(status)) into text, read with capacity
+// size - 1 and always ended.
+void LoadStatusText(STATUS status, char* text, size_t size);
+
 // rk_snprintf that tells whether the whole text fitted.
 template <typename... Args>
 bool FormatFits(char* out, size_t size, const char* format, Args... args) {

@@ -27,14 +27,8 @@ namespace {
 const char* const kDLPForms[] = {"dictionary",  "entity",   "template", "dictionary_type",
                                  "entity_type", "industry", "region",   "validator"};
 const char kNameItem[] = "name";
-const char kPredefinedItem[] = "pre-defined";
-const char kReferDocs[] = "ReferDocs";
-const char kUseDocs[] = "UseDocs";
 const char kOut[] = "SearchFormDocumentCallback OUT";
 
-constexpr size_t kFormulaSize = 512;
-constexpr size_t kNameSize = 1024;
-constexpr size_t kPredefinedSize = 4096;
 const STATUS kTopStatusBits = 0xC000;
 
 int LowWord(STATUS status) {
@@ -43,14 +37,17 @@ int LowWord(STATUS status) {
 
 // The platform's text of a status, for the failure messages.
 struct ErrorText {
-    explicit ErrorText(STATUS status) { LoadErrorText(status, text); }
+    explicit ErrorText(STATUS status) { LoadStatusText(status, text, sizeof text); }
     char text[kErrorTextSize];
 };
 
-NOTEID MatchedNoteId(const SEARCH_MATCH* match) {
-    SEARCH_MATCH found;
-    std::memcpy(&found, match, sizeof found);
-    return found.ID.NoteID;
+// Logs a failed call as "<call> error. sError is <n>, czErrorMessage is <text>..."; true when
+// status is 0.
+bool CallSucceeded(STATUS status, const char* call) {
+    if (status == NOERROR) return true;
+    LogDebugMessage(1, "%s error. sError is %d, czErrorMessage is %s...", call, LowWord(status),
+                    ErrorText(status).text);
+    return false;
 }
 
 NOTEID NoteIdOf(NOTEHANDLE note) {
@@ -59,10 +56,7 @@ NOTEID NoteIdOf(NOTEHANDLE note) {
     return id;
 }
 
-bool HasItem(NOTEHANDLE note, const char* item) {
-    return NSFItemInfo(note, item, static_cast<WORD>(std::strlen(item)), nullptr, nullptr, nullptr, nullptr) ==
-           NOERROR;
-}
+constexpr size_t kNameSize = 1024;
 
 // The identifying item in the native character set; empty when absent or empty.
 std::string ReadNativeName(NOTEHANDLE note, const char* item) {
@@ -77,10 +71,12 @@ std::string ReadNativeName(NOTEHANDLE note, const char* item) {
     return native;
 }
 
+constexpr size_t kPredefinedSize = 4096;
+
 bool IsPredefined(NOTEHANDLE note) {
     char value[kPredefinedSize];
     std::memset(value, 0, sizeof value);
-    NSFItemGetText(note, kPredefinedItem, value, sizeof value);
+    NSFItemGetText(note, kPreDefinedItem, value, sizeof value);
     return strcasecmp(value, "true") == 0;
 }
 
@@ -91,10 +87,12 @@ struct References {
 
 References ReadReferences(NOTEHANDLE note) {
     References references;
-    GetTextListfield(note, kReferDocs, references.referDocs);
-    GetTextListfield(note, kUseDocs, references.useDocs);
+    GetTextListfield(note, kReferDocsItem, references.referDocs);
+    GetTextListfield(note, kUseDocsItem, references.useDocs);
     return references;
 }
+
+constexpr size_t kFormulaSize = 512;
 
 // Shared by the database search and the template search: the form's selection, the walk and
 // its failure messages. routine names the caller in its messages.
@@ -104,16 +102,9 @@ STATUS SearchFormDocuments(DBHANDLE hSearched, const char* form, NSFSEARCHPROC c
     char formula[kFormulaSize];
     rk_snprintf(formula, sizeof formula, "Form=\"%s\"", form);
     char lmbcs[kFormulaSize];
-    std::memset(lmbcs, 0, sizeof lmbcs);
-    WORD length = OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, formula, static_cast<WORD>(std::strlen(formula)), lmbcs,
-                              sizeof lmbcs - 1);
-    lmbcs[length < sizeof lmbcs ? length : sizeof lmbcs - 1] = '\0';
-
     FORMULAHANDLE compiled = NULLHANDLE;
-    WORD formulaLength = 0, errorLine = 0, errorColumn = 0, errorOffset = 0, errorLength = 0;
-    STATUS compileError = NOERROR;
-    STATUS status = NSFFormulaCompile(nullptr, 0, lmbcs, length, &compiled, &formulaLength, &compileError,
-                                      &errorLine, &errorColumn, &errorOffset, &errorLength);
+    STATUS status =
+        CompileNativeFormula(formula, static_cast<WORD>(std::strlen(formula)), lmbcs, sizeof lmbcs, &compiled);
     if (status != NOERROR) {
         LogDebugMessage(1, "Fail to compile %s", routine);
         return status;
@@ -151,14 +142,17 @@ bool CopyMissingDocument(const UpgradeDLPDocParam& param, NOTEHANDLE templateNot
     return true;
 }
 
-bool DeleteOriginalDocument(DBHANDLE hDb, NOTEID noteId) {
+// Deletes a DLP note, logging "Delete <which> dlp template error..." or "... <succeeded>.
+// notesid=<n>". The two deletions spell the success word differently and log readers match each,
+// so it is passed in.
+bool DeleteDLPNote(DBHANDLE hDb, NOTEID noteId, const char* which, const char* succeeded) {
     STATUS status = NSFNoteDelete(hDb, noteId, UPDATE_FORCE);
     if (status != NOERROR) {
-        LogDebugMessage(1, "Delete original dlp template error. notesid=%d, sError is %d, czErrorMessage is %s...",
+        LogDebugMessage(1, "Delete %s dlp template error. notesid=%d, sError is %d, czErrorMessage is %s...", which,
                         static_cast<int>(noteId), LowWord(status), ErrorText(status).text);
         return false;
     }
-    LogDebugMessage(1, "Delete original dlp template Success. notesid=%d", static_cast<int>(noteId));
+    LogDebugMessage(1, "Delete %s dlp template %s. notesid=%d", which, succeeded, static_cast<int>(noteId));
     return true;
 }
 
@@ -169,23 +163,14 @@ bool KeepOldEntries(NOTEHANDLE note, const char* item, const std::set<std::strin
         if (newEntries.count(entry) != 0) continue;
         LogDebugMessage(1, "buf: %s cannot be found in ori ntf doc %s.", entry.c_str(), item);
         STATUS status = NSFItemAppendTextList(note, item, entry.c_str(), static_cast<WORD>(entry.size()), FALSE);
-        if (status != NOERROR) {
-            LogDebugMessage(1, "NSFItemAppendTextList error. sError is %d, czErrorMessage is %s...", LowWord(status),
-                            ErrorText(status).text);
-            return false;
-        }
+        if (!CallSucceeded(status, "NSFItemAppendTextList")) return false;
         LogDebugMessage(1, "NSFItemAppendTextList success.");
     }
     return true;
 }
 
 bool SaveNote(NOTEHANDLE note) {
-    STATUS status = NSFNoteUpdate(note, UPDATE_FORCE);
-    if (status != NOERROR) {
-        LogDebugMessage(1, "NSFNoteUpdate error. sError is %d, czErrorMessage is %s...", LowWord(status),
-                        ErrorText(status).text);
-        return false;
-    }
+    if (!CallSucceeded(NSFNoteUpdate(note, UPDATE_FORCE), "NSFNoteUpdate")) return false;
     LogDebugMessage(1, "NSFNoteUpdate success.");
     return true;
 }
@@ -194,10 +179,7 @@ bool SaveNote(NOTEHANDLE note) {
 // one (copyId). Closes copy in every case.
 bool GiveBackOldUnid(DBHANDLE hDb, NOTEHANDLE copy, NOTEID copyId, const std::string& oldUnid) {
     NOTEHANDLE duplicate = NULLHANDLE;
-    STATUS status = NSFNoteCopy(copy, &duplicate);
-    if (status != NOERROR) {
-        LogDebugMessage(1, "NSFNoteCopy error. sError is %d, czErrorMessage is %s...", LowWord(status),
-                        ErrorText(status).text);
+    if (!CallSucceeded(NSFNoteCopy(copy, &duplicate), "NSFNoteCopy")) {
         NSFNoteClose(copy);
         return false;
     }
@@ -218,14 +200,7 @@ bool GiveBackOldUnid(DBHANDLE hDb, NOTEHANDLE copy, NOTEID copyId, const std::st
     NSFNoteClose(copy);
     if (!saved) return false;
 
-    status = NSFNoteDelete(hDb, copyId, UPDATE_FORCE);
-    if (status != NOERROR) {
-        LogDebugMessage(1, "Delete temp dlp template error. notesid=%d, sError is %d, czErrorMessage is %s...",
-                        static_cast<int>(copyId), LowWord(status), ErrorText(status).text);
-        return false;
-    }
-    LogDebugMessage(1, "Delete temp dlp template sucess. notesid=%d", static_cast<int>(copyId));
-    return true;
+    return DeleteDLPNote(hDb, copyId, "temp", "sucess");
 }
 
 // After the original (UNID oldUnid) was deleted: the template document copied in, the old
@@ -257,8 +232,8 @@ bool RecreateFromTemplate(const UpgradeDLPDocParam& param, NOTEID templateId, co
     copyId = NoteIdOf(copy);
     References newReferences = ReadReferences(copy);
 
-    if (!KeepOldEntries(copy, kReferDocs, oldReferences.referDocs, newReferences.referDocs) ||
-        !KeepOldEntries(copy, kUseDocs, oldReferences.useDocs, newReferences.useDocs) || !SaveNote(copy)) {
+    if (!KeepOldEntries(copy, kReferDocsItem, oldReferences.referDocs, newReferences.referDocs) ||
+        !KeepOldEntries(copy, kUseDocsItem, oldReferences.useDocs, newReferences.useDocs) || !SaveNote(copy)) {
         NSFNoteClose(copy);
         return false;
     }
@@ -296,7 +271,7 @@ bool UpgradeExistingDocument(const UpgradeDLPDocParam& param, NOTEID templateId,
         return true;
     }
     LogDebugMessage(1, "%s is find in nsf, it is predefine", name.c_str());
-    if (HasItem(original, kReferDocs)) {
+    if (HasItem(original, kReferDocsItem)) {
         LogDebugMessage(1, "%s is used by any rule or template, try to delete and recreate", name.c_str());
     } else {
         LogDebugMessage(1, "%s is NOT used by any rule or template, try to delete and recreate", name.c_str());
@@ -304,7 +279,7 @@ bool UpgradeExistingDocument(const UpgradeDLPDocParam& param, NOTEID templateId,
     References oldReferences = ReadReferences(original);
     NOTEID originalId = NoteIdOf(original);
     NSFNoteClose(original);
-    if (!DeleteOriginalDocument(param.hDb, originalId)) return false;
+    if (!DeleteDLPNote(param.hDb, originalId, "original", "Success")) return false;
     return RecreateFromTemplate(param, templateId, dbUnid, oldReferences);
 }
 

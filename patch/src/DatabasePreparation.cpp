@@ -63,12 +63,6 @@ bool SignDesign(DBHANDLE db, const char* name) {
 
 }  // namespace
 
-void LoadStatusText(STATUS status, char* text) {
-    text[0] = '\0';
-    OSLoadString(NULLHANDLE, ERR(status), text, kStatusTextSize - 1);
-    text[kStatusTextSize - 1] = '\0';
-}
-
 bool OpenDatabaseOrReport(const char* path, DBHANDLE* db, char* nativeText) {
     STATUS status = NSFDbOpen(path, db);
     if (status == NOERROR) return true;
@@ -80,7 +74,7 @@ bool OpenDatabaseOrReport(const char* path, DBHANDLE* db, char* nativeText) {
 
 void ReportStatusOnConsole(STATUS status, char* nativeText) {
     char text[kStatusTextSize];
-    LoadStatusText(status, text);
+    LoadStatusText(status, text, sizeof text);
     AddInLogMessageText((char*)"%s", NOERROR, text);
     StatusTextToNative(text, nativeText);
 }

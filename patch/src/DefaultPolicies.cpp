@@ -14,14 +14,10 @@
 
 namespace {
 
-const char kRegisterFormula[] = "FORM=\"Register\"";
+// The default-policy fix: "DefaultRule" stays only on the shipped default of each form.
 const char kDefaultRuleFormula[] = "DefaultRule=\"1\"";
-const char kConflictActionItem[] = "$ConflictAction";
 const char kDefaultRuleItem[] = "DefaultRule";
 const char kFormItem[] = "Form";
-const char kWantedConflictAction[] = "3";
-constexpr size_t kFormulaSize = 32;
-constexpr size_t kConflictActionSize = 32;
 constexpr size_t kFormSize = 64;
 
 // The shipped default document of each form, known by the note part of its originator ID.
@@ -57,54 +53,37 @@ bool IsShippedDefault(const char* form, const ORIGINATORID& oid) {
     return false;
 }
 
-STATUS CompileSelection(const char* formula, WORD formulaLength, FORMULAHANDLE* compiled) {
-    char text[kFormulaSize];
-    std::memset(text, 0, sizeof text);
-    WORD length = OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, formula, formulaLength, text, kFormulaSize - 1);
-    if (length > kFormulaSize - 1) length = kFormulaSize - 1;
-    text[length] = '\0';
-    WORD compiledLength = 0, compileError = 0, errorLine = 0, errorColumn = 0, errorOffset = 0,
-         errorLength = 0;
-    return NSFFormulaCompile(nullptr, 0, text, length, compiled, &compiledLength, &compileError, &errorLine,
-                             &errorColumn, &errorOffset, &errorLength);
-}
+constexpr size_t kFormulaSize = 32;
 
 // The search both fixes share. *compiled tells a compile failure apart from the search's status.
 STATUS SearchConfigDocuments(DBHANDLE* hDb, const char* formula, WORD formulaLength, NSFSEARCHPROC callback,
                              bool* compiled) {
+    char lmbcs[kFormulaSize];
     FORMULAHANDLE selection = NULLHANDLE;
-    STATUS status = CompileSelection(formula, formulaLength, &selection);
+    // Both fixes name ChangeConflictAction in the compile failure (log readers match this text);
+    // the caller's database is closed then, so its later calls fail.
+    STATUS status = CompileSelectionOrCloseDatabase(*hDb, formula, formulaLength, lmbcs, sizeof lmbcs, &selection,
+                                                    "ChangeConflictAction", __LINE__);
     *compiled = status == NOERROR;
-    if (!*compiled) {
-        // Both fixes name ChangeConflictAction here (log readers match this text) and close the
-        // caller's database, whose later calls then fail: nothing should run on a database whose
-        // selection formulas do not compile.
-        LogDebugMessage(0, "[%s:%d]ChangeConflictAction Cannot compile the formula! error[%d]\n", kPatchSourceName,
-                        __LINE__, (int)status);
-        NSFDbClose(*hDb);
-        return status;
-    }
+    if (!*compiled) return status;
     // The compiled formula is not freed: the server frees the task's memory at its end.
     return NSFSearch(*hDb, selection, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, callback, hDb, nullptr);
 }
 
-bool OpenMatchedNote(void* parameter, SEARCH_MATCH* match, NOTEHANDLE* note) {
-    SEARCH_MATCH found;
-    std::memcpy(&found, match, sizeof found);
-    if (!(found.SERetFlags & SE_FMATCH)) return false;
-    DBHANDLE hDb;
-    std::memcpy(&hDb, parameter, sizeof hDb);
-    return NSFNoteOpen(hDb, found.ID.NoteID, 0, note) == NOERROR;
+// The matched note when the selection chose it; false for other matches and failed opens.
+bool OpenSelectedNote(void* parameter, SEARCH_MATCH* match, NOTEHANDLE* note) {
+    return IsSelectedMatch(match) && OpenMatchedNote(parameter, match, note) == NOERROR;
 }
 
+// The conflict-action fix: every "Register" document gets the conflict action 3.
+const char kRegisterFormula[] = "FORM=\"Register\"";
+const char kConflictActionItem[] = "$ConflictAction";
+const char kWantedConflictAction[] = "3";
+constexpr size_t kConflictActionSize = 32;
+
 bool NeedsConflictAction(NOTEHANDLE note) {
-    if (NSFItemInfo(note, kConflictActionItem, sizeof kConflictActionItem - 1, nullptr, nullptr, nullptr,
-                    nullptr) != NOERROR) {
-        return true;
-    }
     char value[kConflictActionSize];
-    std::memset(value, 0, sizeof value);
-    NSFItemGetText(note, kConflictActionItem, value, sizeof value - 1);
+    if (!ReadPresentItemText(note, kConflictActionItem, value, sizeof value, sizeof value - 1)) return true;
     return value[0] != kWantedConflictAction[0];
 }
 
@@ -113,7 +92,7 @@ bool NeedsConflictAction(NOTEHANDLE note) {
 STATUS LNCALLBACK ChangeConflictActionCallback(void* parameter, SEARCH_MATCH* match,
                                                ITEM_TABLE* /*summary*/) {
     NOTEHANDLE note = NULLHANDLE;
-    if (!OpenMatchedNote(parameter, match, &note)) return NOERROR;
+    if (!OpenSelectedNote(parameter, match, &note)) return NOERROR;
     if (NeedsConflictAction(note)) {
         NSFItemSetText(note, kConflictActionItem, kWantedConflictAction, sizeof kWantedConflictAction - 1);
         NSFNoteUpdate(note, UPDATE_FORCE);
@@ -124,7 +103,7 @@ STATUS LNCALLBACK ChangeConflictActionCallback(void* parameter, SEARCH_MATCH* ma
 
 STATUS LNCALLBACK ProcessDefaultPolicies(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) {
     NOTEHANDLE note = NULLHANDLE;
-    if (!OpenMatchedNote(parameter, match, &note)) return NOERROR;
+    if (!OpenSelectedNote(parameter, match, &note)) return NOERROR;
     ORIGINATORID oid;
     std::memset(&oid, 0, sizeof oid);
     NSFNoteGetInfo(note, _NOTE_OID, &oid);

@@ -17,13 +17,9 @@
 
 namespace {
 
-const char kConfigDatabase[] = "rpx/rpconf.nsf";
 const char kAssetFormula[] = "Form=\"dictionary\" | Form=\"entity\"";
-const char kPreDefinedItem[] = "pre-defined";
-const char kReferDocsItem[] = "ReferDocs";
 constexpr size_t kFormulaSize = 1024;
 constexpr size_t kItemTextSize = 256;
-constexpr size_t kUnidTextSize = 255;
 
 const char* const kDuplicatedAssetUnids[] = {
     "026196EE7CA8DA4788257DDB00338EAE", "04F4B1069028343288257DDB00338E95",
@@ -73,35 +69,9 @@ bool IsPreDefined(NOTEHANDLE note) {
 }
 
 bool IsReferredTo(NOTEHANDLE note) {
-    if (NSFItemInfo(note, kReferDocsItem, sizeof kReferDocsItem - 1, nullptr, nullptr, nullptr, nullptr) !=
-        NOERROR) {
-        return false;
-    }
     char value[kItemTextSize];
-    std::memset(value, 0, sizeof value);
-    NSFItemGetText(note, kReferDocsItem, value, sizeof value - 1);
+    if (!ReadPresentItemText(note, kReferDocsItem, value, sizeof value, sizeof value - 1)) return false;
     return value[0] != '\0';
-}
-
-void FormatUnid(NOTEHANDLE note, char* text, size_t size) {
-    ORIGINATORID oid;
-    std::memset(&oid, 0, sizeof oid);
-    NSFNoteGetInfo(note, _NOTE_OID, &oid);
-    rk_snprintf(text, size, "%08X%08X%08X%08X", (unsigned)oid.File.Innards[1], (unsigned)oid.File.Innards[0],
-                (unsigned)oid.Note.Innards[1], (unsigned)oid.Note.Innards[0]);
-}
-
-STATUS CompileAssetFormula(FORMULAHANDLE* compiled) {
-    char text[kFormulaSize];
-    std::memset(text, 0, sizeof text);
-    WORD length = OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, kAssetFormula, sizeof kAssetFormula - 1, text,
-                              kFormulaSize - 1);
-    if (length > kFormulaSize - 1) length = kFormulaSize - 1;
-    text[length] = '\0';
-    WORD compiledLength = 0, compileError = 0, errorLine = 0, errorColumn = 0, errorOffset = 0,
-         errorLength = 0;
-    return NSFFormulaCompile(nullptr, 0, text, length, compiled, &compiledLength, &compileError, &errorLine,
-                             &errorColumn, &errorOffset, &errorLength);
 }
 
 void DeleteCandidates(DBHANDLE hDb, const std::vector<NOTEID>& candidates) {
@@ -120,12 +90,10 @@ void InitDuplicatedUserDefinedDigtalAssertSet() {
 
 STATUS LNCALLBACK RemoveDuplicatedUserDefinedDigitalAssertCallback(void* parameter, SEARCH_MATCH* match,
                                                                    ITEM_TABLE* /*summary*/) {
-    SEARCH_MATCH found;
-    std::memcpy(&found, match, sizeof found);
-    if (!(found.SERetFlags & SE_FMATCH)) return NOERROR;
+    if (!IsSelectedMatch(match)) return NOERROR;
     DigitalAssetSearchParam* param = static_cast<DigitalAssetSearchParam*>(parameter);
     NOTEHANDLE note = NULLHANDLE;
-    STATUS status = NSFNoteOpen(param->hDb, found.ID.NoteID, 0, &note);
+    STATUS status = OpenMatchedNote(param, match, &note);
     if (status != NOERROR) {
         // The message names another routine: administrators' tools search the log for this text.
         LogDebugMessage(3, "MigrateCFDLPDeleteAttachmentActionCallback, open note failed.");
@@ -135,9 +103,9 @@ STATUS LNCALLBACK RemoveDuplicatedUserDefinedDigitalAssertCallback(void* paramet
     if (IsPreDefined(note)) return NOERROR;
     if (!IsReferredTo(note)) {
         char unid[kUnidTextSize];
-        FormatUnid(note, unid, sizeof unid);
+        FormatNoteUNID(note, unid, sizeof unid);
         if (duplicatedUserDefinedDigtalAssertSet.count(unid) != 0)
-            param->candidates->push_back(found.ID.NoteID);
+            param->candidates->push_back(MatchedNoteId(match));
     }
     NSFNoteClose(note);
     return NOERROR;
@@ -150,15 +118,12 @@ STATUS RemoveDuplicatedUserDefinedDigitalAssert() {
     STATUS status = NSFDbOpen(kConfigDatabase, &param.hDb);
     if (status != NOERROR) return status;
 
+    char lmbcs[kFormulaSize];
     FORMULAHANDLE formula = NULLHANDLE;
-    status = CompileAssetFormula(&formula);
-    if (status != NOERROR) {
-        // The message names another routine: administrators' tools search the log for this text.
-        LogDebugMessage(0, "[%s:%d]UpdateRpency Cannot compile the formula! error[%d]\n", kPatchSourceName,
-                        __LINE__, (int)status);
-        NSFDbClose(param.hDb);
-        return status;
-    }
+    // The compile failure names another routine: administrators' tools search the log for it.
+    status = CompileSelectionOrCloseDatabase(param.hDb, kAssetFormula, sizeof kAssetFormula - 1, lmbcs, sizeof lmbcs,
+                                             &formula, "UpdateRpency", __LINE__);
+    if (status != NOERROR) return status;
     status = NSFSearch(param.hDb, formula, nullptr, 0, NOTE_CLASS_ALL, nullptr,
                        RemoveDuplicatedUserDefinedDigitalAssertCallback, &param, nullptr);
     if (status != NOERROR) LogDebugMessage(3, "NSFSearch failed for template");

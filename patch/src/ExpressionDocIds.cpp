@@ -37,18 +37,11 @@ struct ExpressionSearchParam {
     ExpressionTable* table;
 };
 
-const int kTableLogLevel = 3;
-const int kCompileErrorLogLevel = 0;
+const char kExpressionFormula[] = "FORM=\"Expression\"";
+const size_t kFormulaSize = 32;
 const int kCompileErrorLine = 2299;  // log readers match this position, not the source's own line
 
-const char kConfigDb[] = "rpx/rpconf.nsf";
-const char kExpressionFormula[] = "FORM=\"Expression\"";
-const char kDocIdItem[] = "DocID";
-const char kExpressionItem[] = "Expression";
-const char kRefContentItem[] = "RefContent";
-const size_t kFormulaSize = 32;
-const size_t kFieldSize = 256;
-const WORD kFieldReadLimit = 255;
+const int kTableLogLevel = 3;
 
 void FillExpressionTable(ExpressionTable& table) {
     for (const ExpressionRow& row : kExpressionRows) table[row.expression] = row.unid;
@@ -60,27 +53,11 @@ void LogExpressionTable(const ExpressionTable& table) {
     }
 }
 
-STATUS CompileExpressionFormula(FORMULAHANDLE* formula) {
-    char text[kFormulaSize];
-    std::memset(text, 0, sizeof text);
-    WORD length = OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, kExpressionFormula, sizeof kExpressionFormula - 1,
-                              text, kFormulaSize - 1);
-    if (length > kFormulaSize - 1) length = kFormulaSize - 1;
-    text[length] = '\0';
-    WORD formulaLength = 0, compileError = 0, errorLine = 0, errorColumn = 0, errorOffset = 0,
-         errorLength = 0;
-    return NSFFormulaCompile(nullptr, 0, text, static_cast<WORD>(std::strlen(text)), formula, &formulaLength,
-                             &compileError, &errorLine, &errorColumn, &errorOffset, &errorLength);
-}
-
-// The note's UNID as 32 upper-case hexadecimal digits into text (kFieldSize bytes).
-void FormatNoteUnid(NOTEHANDLE note, char* text) {
-    ORIGINATORID oid;
-    std::memset(&oid, 0, sizeof oid);
-    NSFNoteGetInfo(note, _NOTE_OID, &oid);
-    rk_snprintf(text, kFieldSize - 1, "%08X%08X%08X%08X", (unsigned)oid.File.Innards[1],
-                (unsigned)oid.File.Innards[0], (unsigned)oid.Note.Innards[1], (unsigned)oid.Note.Innards[0]);
-}
+const char kDocIdItem[] = "DocID";
+const char kExpressionItem[] = "Expression";
+const char kRefContentItem[] = "RefContent";
+const size_t kFieldSize = 256;
+const WORD kFieldReadLimit = 255;
 
 // An item's text into text (kFieldSize bytes, zeroed here); a missing item reads as "".
 void ReadFieldText(NOTEHANDLE note, const char* item, char* text) {
@@ -93,13 +70,11 @@ void ReadFieldText(NOTEHANDLE note, const char* item, char* text) {
 }  // namespace
 
 STATUS LNCALLBACK UpdateExpresionProc(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) {
-    SEARCH_MATCH found;
-    std::memcpy(&found, match, sizeof found);
-    if (!(found.SERetFlags & SE_FMATCH)) return NOERROR;
+    if (!IsSelectedMatch(match)) return NOERROR;
     ExpressionSearchParam* param = static_cast<ExpressionSearchParam*>(parameter);
 
     NOTEHANDLE note = NULLHANDLE;
-    STATUS status = NSFNoteOpen(param->hDb, found.ID.NoteID, 0, &note);
+    STATUS status = OpenMatchedNote(param, match, &note);
     if (status != NOERROR) {
         LogDebugMessage(kTableLogLevel, "NSFNoteOpen error %d", (int)status);
         return NOERROR;
@@ -108,7 +83,7 @@ STATUS LNCALLBACK UpdateExpresionProc(void* parameter, SEARCH_MATCH* match, ITEM
     char docId[kFieldSize];
     char expression[kFieldSize];
     std::memset(unid, 0, sizeof unid);
-    FormatNoteUnid(note, unid);
+    FormatNoteUNID(note, unid, kFieldSize - 1);
     ReadFieldText(note, kDocIdItem, docId);
     ReadFieldText(note, kExpressionItem, expression);
 
@@ -132,15 +107,13 @@ STATUS UpdateExpresionDocID() {
     FillExpressionTable(gMap);
 
     ExpressionSearchParam param{NULLHANDLE, &gMap};
-    if (NSFDbOpen(kConfigDb, &param.hDb) == NOERROR) {
+    if (NSFDbOpen(kConfigDatabase, &param.hDb) == NOERROR) {
+        char lmbcs[kFormulaSize];
         FORMULAHANDLE formula = NULLHANDLE;
-        STATUS status = CompileExpressionFormula(&formula);
-        if (status != NOERROR) {
-            LogDebugMessage(kCompileErrorLogLevel, "[%s:%d]UpdateRpency Cannot compile the formula! error[%d]\n",
-                            kPatchSourceName, kCompileErrorLine, (int)status);
-            NSFDbClose(param.hDb);
-            return status;
-        }
+        STATUS status = CompileSelectionOrCloseDatabase(param.hDb, kExpressionFormula, sizeof kExpressionFormula - 1,
+                                                        lmbcs, sizeof lmbcs, &formula, "UpdateRpency",
+                                                        kCompileErrorLine);
+        if (status != NOERROR) return status;
         NSFSearch(param.hDb, formula, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, UpdateExpresionProc, &param,
                   nullptr);
         NSFDbClose(param.hDb);  // the compiled formula is not freed: the server frees it at task end

@@ -30,7 +30,6 @@ std::set<std::string> duplicatedUserDefinedDigtalAssertSet;
 
 namespace {
 
-const char kConfigDatabase[] = "rpx/rpconf.nsf";
 const char kConfigTemplate[] = "rpx/rpconf.ntf";
 const unsigned int kDesignRefreshMs = 3000;
 constexpr size_t kLmbcsPathSize = 32;

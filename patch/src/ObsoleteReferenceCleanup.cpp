@@ -22,8 +22,6 @@ namespace {
 constexpr size_t kFormulaSize = 1024;
 constexpr size_t kListEntrySize = 8192;
 
-const char kReferDocs[] = "ReferDocs";
-const char kUseDocs[] = "UseDocs";
 const char kMatchRule[] = "matchRule";
 
 // The two walks are one routine with these constants. Their search-failure messages differ by
@@ -58,22 +56,11 @@ WORD NameLength(const char* item) {
     return static_cast<WORD>(std::strlen(item));
 }
 
-bool HasItem(NOTEHANDLE note, const char* item) {
-    return NSFItemInfo(note, item, NameLength(item), nullptr, nullptr, nullptr, nullptr) == NOERROR;
-}
-
 STATUS RunCleanupPass(DBHANDLE hDb, const CleanupPass& pass, int line) {
     char lmbcs[kFormulaSize];
-    std::memset(lmbcs, 0, sizeof lmbcs);
-    WORD length = OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, pass.formula, static_cast<WORD>(std::strlen(pass.formula)),
-                              lmbcs, sizeof lmbcs - 1);
-    lmbcs[length < sizeof lmbcs ? length : sizeof lmbcs - 1] = '\0';
-
     FORMULAHANDLE formula = NULLHANDLE;
-    WORD formulaLength = 0, errorLine = 0, errorColumn = 0, errorOffset = 0, errorLength = 0;
-    STATUS compileError = NOERROR;
-    STATUS status = NSFFormulaCompile(nullptr, 0, lmbcs, length, &formula, &formulaLength, &compileError, &errorLine,
-                                      &errorColumn, &errorOffset, &errorLength);
+    STATUS status =
+        CompileNativeFormula(pass.formula, static_cast<WORD>(std::strlen(pass.formula)), lmbcs, sizeof lmbcs, &formula);
     if (status != NOERROR) {
         LogDebugMessage(0, pass.compileFailure, kPatchSourceName, line, static_cast<int>(static_cast<short>(status)));
         return status;
@@ -82,23 +69,19 @@ STATUS RunCleanupPass(DBHANDLE hDb, const CleanupPass& pass, int line) {
     status = NSFSearch(hDb, formula, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, pass.callback, &hDb, nullptr);
     if (status != NOERROR) {
         char text[kErrorTextSize];
-        LoadErrorText(status, text);
+        LoadStatusText(status, text, sizeof text);
         LogDebugMessage(3, pass.searchFailure, LowWord(status), text);
     }
     return status;
 }
 
 // Opens the matched note of a cleanup search, or logs why not (prefix names the callback).
-bool OpenMatchedNote(void* parameter, const SEARCH_MATCH* match, const char* prefix, NOTEHANDLE& note) {
-    SEARCH_MATCH found;
-    std::memcpy(&found, match, sizeof found);
-    if (!(found.SERetFlags & SE_FMATCH)) {
+bool OpenMatchedNoteOrLog(void* parameter, const SEARCH_MATCH* match, const char* prefix, NOTEHANDLE& note) {
+    if (!IsSelectedMatch(match)) {
         LogDebugMessage(1, "ERR: %s:SearchMatch->SERetFlags & SE_FMATCH", prefix);
         return false;
     }
-    DBHANDLE hDb;
-    std::memcpy(&hDb, parameter, sizeof hDb);
-    if (NSFNoteOpen(hDb, found.ID.NoteID, 0, &note) != NOERROR) {
+    if (OpenMatchedNote(parameter, match, &note) != NOERROR) {
         LogDebugMessage(1, "ERR: %s:NSFNoteOpen", prefix);
         return false;
     }
@@ -107,6 +90,13 @@ bool OpenMatchedNote(void* parameter, const SEARCH_MATCH* match, const char* pre
 
 bool IsObsolete(const std::string& entry) {
     return m_nsf_ObsoleteUNIDSet.count(entry) != 0;
+}
+
+bool ListsObsoleteUNID(const std::set<std::string>& entries) {
+    for (const std::string& entry : entries) {
+        if (IsObsolete(entry)) return true;
+    }
+    return false;
 }
 
 bool MentionsObsoleteUNID(const std::set<std::string>& entries) {
@@ -143,7 +133,7 @@ bool PutBackEntry(NOTEHANDLE note, const char* item, const std::string& entry, c
     const char* call = create ? "NSFItemCreateTextList" : "NSFItemAppendTextList";
     if (status != NOERROR) {
         char text[kErrorTextSize];
-        LoadErrorText(status, text);
+        LoadStatusText(status, text, sizeof text);
         LogDebugMessage(1, "%s: %s error. UNID is %s, sError is %d, czErrorMessage is %s...", routine, call, unid,
                         LowWord(status), text);
         return false;
@@ -152,20 +142,36 @@ bool PutBackEntry(NOTEHANDLE note, const char* item, const std::string& entry, c
     return true;
 }
 
+// The steps both list rewrites begin with: the note's UNID into unid, the item's entries into
+// entries, and the item deleted when needsRewrite(entries). False, logged under routine, when the
+// item is missing, needs no rewrite or cannot be deleted.
+bool TakeListForRewrite(NOTEHANDLE note, const char* item, const char* routine,
+                        bool (*needsRewrite)(const std::set<std::string>&), char (&unid)[kUnidTextSize],
+                        std::set<std::string>& entries) {
+    FormatNoteUNID(note, unid, sizeof unid);
+    if (!HasItem(note, item)) {
+        LogDebugMessage(1, "%s:UNID %s field %s is null", routine, unid, item);
+        return false;
+    }
+    GetTextListfield(note, item, entries);
+    if (!needsRewrite(entries)) {
+        LogDebugMessage(1, "%s: No obsolete UNID exist in this doc UNID %s field %s", routine, unid, item);
+        return false;
+    }
+    STATUS status = NSFItemDelete(note, item, NameLength(item));
+    if (status != NOERROR) {
+        char text[kErrorTextSize];
+        LoadStatusText(status, text, sizeof text);
+        LogDebugMessage(1, "%s: NSFItemDelete error. item is %s, UNID is %s, sError is %d, czErrorMessage is %s.",
+                        routine, item, unid, LowWord(status), text);
+        return false;
+    }
+    // Both rewrites log the removal's success message, "RemoveTextListfield" included.
+    LogDebugMessage(1, "RemoveTextListfield: NSFItemDelete success: item: %s", item);
+    return true;
+}
+
 }  // namespace
-
-void FormatNoteUNID(NOTEHANDLE note, char* text, size_t size) {
-    ORIGINATORID oid;
-    std::memset(&oid, 0, sizeof oid);
-    NSFNoteGetInfo(note, _NOTE_OID, &oid);
-    rk_snprintf(text, size, "%08X%08X%08X%08X", oid.File.Innards[1], oid.File.Innards[0], oid.Note.Innards[1],
-                oid.Note.Innards[0]);
-}
-
-void LoadErrorText(STATUS status, char* text) {
-    std::memset(text, 0, kErrorTextSize);
-    OSLoadString(NULLHANDLE, ERR(status), text, kErrorTextSize - 1);
-}
 
 void GetTextListfield(NOTEHANDLE note, const char* item, std::set<std::string>& entries) {
     WORD count = NSFItemGetTextListEntries(note, item);
@@ -180,29 +186,8 @@ void GetTextListfield(NOTEHANDLE note, const char* item, std::set<std::string>& 
 
 void RemoveTextListfield(NOTEHANDLE note, const char* item) {
     char unid[kUnidTextSize];
-    FormatNoteUNID(note, unid, sizeof unid);
-    if (!HasItem(note, item)) {
-        LogDebugMessage(1, "RemoveTextListfield:UNID %s field %s is null", unid, item);
-        return;
-    }
     std::set<std::string> entries;
-    GetTextListfield(note, item, entries);
-    bool anyObsolete = false;
-    for (const std::string& entry : entries) anyObsolete = anyObsolete || IsObsolete(entry);
-    if (!anyObsolete) {
-        LogDebugMessage(1, "RemoveTextListfield: No obsolete UNID exist in this doc UNID %s field %s", unid, item);
-        return;
-    }
-    STATUS status = NSFItemDelete(note, item, NameLength(item));
-    if (status != NOERROR) {
-        char text[kErrorTextSize];
-        LoadErrorText(status, text);
-        LogDebugMessage(1, "RemoveTextListfield: NSFItemDelete error. item is %s, UNID is %s, sError is %d, "
-                           "czErrorMessage is %s.",
-                        item, unid, LowWord(status), text);
-        return;
-    }
-    LogDebugMessage(1, "RemoveTextListfield: NSFItemDelete success: item: %s", item);
+    if (!TakeListForRewrite(note, item, "RemoveTextListfield", ListsObsoleteUNID, unid, entries)) return;
     for (const std::string& entry : entries) {
         if (IsObsolete(entry)) {
             LogDebugMessage(1, "RemoveTextListfield: Remove the Obsolete UNID %s from %s in doc: %s!", entry.c_str(),
@@ -217,29 +202,9 @@ void RemoveTextListfield(NOTEHANDLE note, const char* item) {
 
 void ReplaceTextListfield(NOTEHANDLE note, const char* item) {
     char unid[kUnidTextSize];
-    FormatNoteUNID(note, unid, sizeof unid);
-    if (!HasItem(note, item)) {
-        LogDebugMessage(1, "ReplaceTextListfield:UNID %s field %s is null", unid, item);
-        return;
-    }
     std::set<std::string> entries;
-    GetTextListfield(note, item, entries);
     // Whether to act is decided by the set; the rewrite below uses the map.
-    if (!MentionsObsoleteUNID(entries)) {
-        LogDebugMessage(1, "ReplaceTextListfield: No obsolete UNID exist in this doc UNID %s field %s", unid, item);
-        return;
-    }
-    STATUS status = NSFItemDelete(note, item, NameLength(item));
-    if (status != NOERROR) {
-        char text[kErrorTextSize];
-        LoadErrorText(status, text);
-        LogDebugMessage(1, "ReplaceTextListfield: NSFItemDelete error. item is %s, UNID is %s, sError is %d, "
-                           "czErrorMessage is %s.",
-                        item, unid, LowWord(status), text);
-        return;
-    }
-    // The removal's success message, "RemoveTextListfield" included, is the one this step logs.
-    LogDebugMessage(1, "RemoveTextListfield: NSFItemDelete success: item: %s", item);
+    if (!TakeListForRewrite(note, item, "ReplaceTextListfield", MentionsObsoleteUNID, unid, entries)) return;
     for (const std::string& entry : entries) {
         if (!PutBackEntry(note, item, WithSuccessorUNIDs(entry), "ReplaceTextListfield", unid)) return;
     }
@@ -247,9 +212,9 @@ void ReplaceTextListfield(NOTEHANDLE note, const char* item) {
 
 STATUS LNCALLBACK RemoveObsoleteUNIDCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) {
     NOTEHANDLE note = NULLHANDLE;
-    if (!OpenMatchedNote(parameter, match, "RemoveObsoleteUNIDCallback", note)) return NOERROR;
-    RemoveTextListfield(note, kReferDocs);
-    RemoveTextListfield(note, kUseDocs);
+    if (!OpenMatchedNoteOrLog(parameter, match, "RemoveObsoleteUNIDCallback", note)) return NOERROR;
+    RemoveTextListfield(note, kReferDocsItem);
+    RemoveTextListfield(note, kUseDocsItem);
     NSFNoteUpdate(note, UPDATE_FORCE);
     NSFNoteClose(note);
     return NOERROR;
@@ -257,7 +222,7 @@ STATUS LNCALLBACK RemoveObsoleteUNIDCallback(void* parameter, SEARCH_MATCH* matc
 
 STATUS LNCALLBACK ReplaceObsoleteUNIDCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) {
     NOTEHANDLE note = NULLHANDLE;
-    if (!OpenMatchedNote(parameter, match, "ReplaceObsoleteUNIDCallback", note)) return NOERROR;
+    if (!OpenMatchedNoteOrLog(parameter, match, "ReplaceObsoleteUNIDCallback", note)) return NOERROR;
     ReplaceTextListfield(note, kMatchRule);
     NSFNoteUpdate(note, UPDATE_FORCE);
     NSFNoteClose(note);

@@ -23,13 +23,12 @@ const char kTempFolderName[] = "rpxtemp";
 const char kTaskName[] = "updrpx";
 
 constexpr size_t kPathSize = 256;
-constexpr size_t kTimeTextSize = 20;
-constexpr size_t kPrefixSize = 100;
-constexpr size_t kMessageSize = 2048;
 
 int CallingThreadId() {
     return static_cast<int>(static_cast<uint32_t>(pthread_self()));
 }
+
+constexpr size_t kTimeTextSize = 20;
 
 struct LogTimes {
     char stamp[kTimeTextSize];  // "%Y/%m/%d %H:%M:%S"
@@ -53,6 +52,10 @@ void BuildLogFilePath(const char* day, char* path, size_t size) {
     GetRPXTempPath(tempPath, sizeof tempPath);
     rk_snprintf(path, size, "%s%s%s_%s.dbg", tempPath, "/", kTaskName, day);
 }
+
+// Room for a line's prefix and for its formatted message.
+constexpr size_t kPrefixSize = 100;
+constexpr size_t kMessageSize = 2048;
 
 }  // namespace
 

@@ -28,38 +28,18 @@ namespace {
 // log's fixed output.
 const int kRebuildLogLevel = 0;
 
-const char kPatternTemplate[] = "rpx/rpency.ntf";
-const char kPatternFormula[] = "FORM=\"Patternfile\"";
 const char kVersionItem[] = "InternalPVer";
-const size_t kFormulaSize = 32;
 const size_t kVersionSize = 32;
-const int kCompileErrorLine = 2071;  // log readers match this position, not the source's own line
-const DWORD kFixedReplicaIdLow = 0x001E96E4;
-const DWORD kFixedReplicaIdHigh = 0x852552F9;
 
 bool HasOldVersionText(NOTEHANDLE note) {
-    if (NSFItemInfo(note, kVersionItem, sizeof kVersionItem - 1, nullptr, nullptr, nullptr, nullptr) !=
-        NOERROR) {
-        return false;
-    }
     char version[kVersionSize];
-    std::memset(version, 0, sizeof version);
-    NSFItemGetText(note, kVersionItem, version, sizeof version);
-    version[kVersionSize - 1] = '\0';
+    if (!ReadPresentItemText(note, kVersionItem, version, sizeof version, sizeof version)) return false;
     return std::strchr(version, '.') == nullptr;
 }
 
-STATUS CompilePatternFormula(FORMULAHANDLE* formula) {
-    char text[kFormulaSize];
-    WORD length = OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, kPatternFormula, sizeof kPatternFormula - 1, text,
-                              kFormulaSize - 1);
-    if (length > kFormulaSize - 1) length = kFormulaSize - 1;
-    text[length] = '\0';
-    WORD formulaLength = 0, compileError = 0, errorLine = 0, errorColumn = 0, errorOffset = 0,
-         errorLength = 0;
-    return NSFFormulaCompile(nullptr, 0, text, length, formula, &formulaLength, &compileError, &errorLine,
-                             &errorColumn, &errorOffset, &errorLength);
-}
+const char kPatternFormula[] = "FORM=\"Patternfile\"";
+const size_t kFormulaSize = 32;
+const int kCompileErrorLine = 2071;  // log readers match this position, not the source's own line
 
 // Sets *oldFormat when the pattern database holds an old-format pattern document, and then reads
 // its ACL into *acl. Returns a formula compile error, else 0 (also without a pattern database).
@@ -67,14 +47,11 @@ STATUS FindOldPatternFormat(int* oldFormat, DHANDLE* acl) {
     PatternSearchParam param;
     if (NSFDbOpen(kPatternDatabase, &param.hDb) != NOERROR) return NOERROR;
 
+    char lmbcs[kFormulaSize];
     FORMULAHANDLE formula = NULLHANDLE;
-    STATUS status = CompilePatternFormula(&formula);
-    if (status != NOERROR) {
-        LogDebugMessage(kRebuildLogLevel, "[%s:%d]UpdateRpency Cannot compile the formula! error[%d]\n",
-                        kPatchSourceName, kCompileErrorLine, (int)status);
-        NSFDbClose(param.hDb);
-        return status;
-    }
+    STATUS status = CompileSelectionOrCloseDatabase(param.hDb, kPatternFormula, sizeof kPatternFormula - 1, lmbcs,
+                                                    sizeof lmbcs, &formula, "UpdateRpency", kCompileErrorLine);
+    if (status != NOERROR) return status;
     NSFSearch(param.hDb, formula, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, CheckPatternVersionFormat, &param,
               nullptr);
     if (param.oldFormat) {
@@ -84,6 +61,10 @@ STATUS FindOldPatternFormat(int* oldFormat, DHANDLE* acl) {
     NSFDbClose(param.hDb);
     return NOERROR;  // the compiled formula stays: the server frees the task's memory at task end
 }
+
+const char kPatternTemplate[] = "rpx/rpency.ntf";
+const DWORD kFixedReplicaIdLow = 0x001E96E4;
+const DWORD kFixedReplicaIdHigh = 0x852552F9;
 
 // Creates the pattern database from its template, gives it the fixed replica ID and stores acl.
 // 0 or the create status.
@@ -181,12 +162,10 @@ STATUS PutBackPatternCopy(const PatternFiles& files) {
 }  // namespace
 
 STATUS LNCALLBACK CheckPatternVersionFormat(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) {
-    SEARCH_MATCH found;
-    std::memcpy(&found, match, sizeof found);
-    if (!(found.SERetFlags & SE_FMATCH)) return NOERROR;
+    if (!IsSelectedMatch(match)) return NOERROR;
     PatternSearchParam* param = static_cast<PatternSearchParam*>(parameter);
     NOTEHANDLE note = NULLHANDLE;
-    if (NSFNoteOpen(param->hDb, found.ID.NoteID, 0, &note) != NOERROR) return NOERROR;
+    if (OpenMatchedNote(param, match, &note) != NOERROR) return NOERROR;
     if (HasOldVersionText(note)) param->oldFormat = 1;
     NSFNoteClose(note);
     return NOERROR;

@@ -56,9 +56,8 @@ int ReadDatabaseBuild() {
 }
 
 void ReportOnConsole(STATUS status) {
-    char text[kConsoleTextSize] = "";
-    OSLoadString(NULLHANDLE, ERR(status), text, kConsoleTextSize - 1);
-    text[kConsoleTextSize - 1] = '\0';
+    char text[kConsoleTextSize];
+    LoadStatusText(status, text, sizeof text);
     AddInLogMessageText((char*)"%s", NOERROR, text);  // "%s": the text is no format
 }
 

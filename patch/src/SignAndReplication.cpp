@@ -20,31 +20,18 @@ namespace {
 // Form, info, help and field notes are signed through an expanded open.
 const WORD kExpandBeforeSigning = NOTE_CLASS_FORM | NOTE_CLASS_INFO | NOTE_CLASS_HELP | NOTE_CLASS_FIELD;
 
-const char kReplSrcServers[] = "$ReplSrcServers";
-const char kReplClassMasks[] = "$ReplClassMasks";
-const char kReplFormula[] = "$ReplFormula";
-const char kSelectAll[] = "SELECT @All";
-const DWORD kListBlockSize = 1024;
-const int kReplClassMaskValue = 2047;
-const WORD kMailServerSize = 256;
-
-DBHANDLE SearchedDatabase(void* parameter) {
-    DBHANDLE db;
-    std::memcpy(&db, parameter, sizeof db);  // every search record begins with the handle
-    return db;
-}
-
-NOTEID MatchedNoteId(const SEARCH_MATCH* match) {
-    SEARCH_MATCH found;
-    std::memcpy(&found, match, sizeof found);
-    return found.ID.NoteID;
-}
-
 WORD NoteClassOf(NOTEHANDLE note) {
     WORD noteClass = 0;
     NSFNoteGetInfo(note, _NOTE_CLASS, &noteClass);
     return noteClass;
 }
+
+// The items of the replication note.
+const char kReplSrcServers[] = "$ReplSrcServers";
+const char kReplClassMasks[] = "$ReplClassMasks";
+const char kReplFormula[] = "$ReplFormula";
+const char kSelectAll[] = "SELECT @All";
+const int kReplClassMaskValue = 2047;
 
 // A one-entry text list as item value bytes: entry count, entry length, the text. Returns the
 // value length, or 0 when it does not fit in size bytes.
@@ -59,6 +46,8 @@ DWORD FillOneEntryList(void* block, DWORD size, const char* text) {
     std::memcpy(out + sizeof count + sizeof length, text, length);
     return total;
 }
+
+const DWORD kListBlockSize = 1024;
 
 void ReleaseBlock(DHANDLE block) {
     OSUnlockObject(block);
@@ -225,6 +214,7 @@ STATUS LNCALLBACK DelReplicaDocCallback(void* parameter, SEARCH_MATCH* match, IT
 }
 
 STATUS AddReplicationDoc(DBHANDLE db) {
+    const WORD kMailServerSize = 256;
     char mailServer[kMailServerSize];
     std::memset(mailServer, 0, sizeof mailServer);
     if (!OSGetEnvironmentString("MailServer", mailServer, kMailServerSize - 1)) return 1;
