@@ -94,15 +94,6 @@ Json List(std::vector<std::string> entries) {
     return Json(entries);
 }
 
-void ExpectInOrder(const std::vector<std::string>& messages, const std::vector<std::string>& expected) {
-    size_t from = 0;
-    for (const std::string& text : expected) {
-        size_t at = IndexOf(messages, text, from);
-        ASSERT_LT(at, messages.size()) << "missing, or out of order: " << text;
-        from = at + 1;
-    }
-}
-
 // Whether a whole message matches pattern.
 bool LoggedMatching(const std::vector<std::string>& messages, const std::string& pattern) {
     const std::regex expression(pattern);

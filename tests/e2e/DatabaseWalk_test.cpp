@@ -33,16 +33,6 @@ std::vector<std::string> FormTitles(const Json& db) {
     return titles;
 }
 
-// The indexes of the messages, in the order given; each must be found after the one before.
-void ExpectInOrder(const std::vector<std::string>& messages, const std::vector<std::string>& expected) {
-    size_t from = 0;
-    for (const std::string& text : expected) {
-        size_t at = IndexOf(messages, text, from);
-        ASSERT_LT(at, messages.size()) << "missing, or out of order: " << text;
-        from = at + 1;
-    }
-}
-
 }  // namespace
 
 TEST(DatabaseWalk, TemplateIsReplacedStampedAndConvertedOnTheConsole) {

@@ -79,6 +79,16 @@ inline size_t IndexOf(const std::vector<std::string>& messages, const std::strin
     return messages.size();
 }
 
+// Each expected message must be found after the one before.
+inline void ExpectInOrder(const std::vector<std::string>& messages, const std::vector<std::string>& expected) {
+    size_t from = 0;
+    for (const std::string& text : expected) {
+        size_t at = IndexOf(messages, text, from);
+        ASSERT_LT(at, messages.size()) << "missing, or out of order: " << text;
+        from = at + 1;
+    }
+}
+
 inline size_t CountOf(const std::vector<std::string>& messages, const std::string& text) {
     return static_cast<size_t>(std::count(messages.begin(), messages.end(), text));
 }

@@ -33,15 +33,6 @@ Json Shipped(const std::string& title) {
     return db;
 }
 
-void ExpectInOrder(const std::vector<std::string>& messages, const std::vector<std::string>& expected) {
-    size_t from = 0;
-    for (const std::string& text : expected) {
-        size_t at = IndexOf(messages, text, from);
-        ASSERT_LT(at, messages.size()) << "missing, or out of order: " << text;
-        from = at + 1;
-    }
-}
-
 bool Absent(const std::vector<std::string>& messages, const std::string& text) {
     return IndexOf(messages, text) == messages.size();
 }

@@ -41,15 +41,6 @@ std::vector<std::string> DocumentValues(const Json& db, const std::string& item)
     return values;
 }
 
-void ExpectInOrder(const std::vector<std::string>& messages, const std::vector<std::string>& expected) {
-    size_t from = 0;
-    for (const std::string& text : expected) {
-        size_t at = IndexOf(messages, text, from);
-        ASSERT_LT(at, messages.size()) << "missing, or out of order: " << text;
-        from = at + 1;
-    }
-}
-
 int LevelOf(const std::vector<LogLine>& log, const std::string& text) {
     for (const LogLine& line : log) {
         if (line.text == text) return line.level;
