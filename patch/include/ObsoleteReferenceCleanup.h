@@ -12,9 +12,6 @@
 #include "nsfdata.h"
 #include "nsfsearc.h"
 
-// Room for a status text loaded with capacity 255.
-constexpr size_t kErrorTextSize = 256;
-
 // Adds every entry of the text list item to entries (already present entries are not added twice).
 void GetTextListfield(NOTEHANDLE note, const char* item, std::set<std::string>& entries);
 // Rewrites the item without the entries that are in m_nsf_ObsoleteUNIDSet; sorted, no duplicates.

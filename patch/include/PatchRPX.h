@@ -97,6 +97,8 @@ void FormatNoteUNID(NOTEHANDLE note, char* text, size_t size);
 // The platform's text of the status's error code (ERR(status)) into text, read with capacity
 // size - 1 and always ended.
 void LoadStatusText(STATUS status, char* text, size_t size);
+// Room for a status text loaded with capacity 255.
+constexpr size_t kErrorTextSize = 256;
 
 // rk_snprintf that tells whether the whole text fitted.
 template <typename... Args>

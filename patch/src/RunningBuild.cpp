@@ -16,7 +16,6 @@ namespace {
 const char kMessageDatabase[] = "rpx/rpmsg.nsf";
 const char kBuildItem[] = "BuildNumber";
 constexpr size_t kNoteBuildLength = 16;
-constexpr WORD kConsoleTextSize = 256;
 
 // The record of the build search: the searched database first, then the build text found.
 struct BuildSearchParam {
@@ -56,7 +55,7 @@ int ReadDatabaseBuild() {
 }
 
 void ReportOnConsole(STATUS status) {
-    char text[kConsoleTextSize];
+    char text[kErrorTextSize];
     LoadStatusText(status, text, sizeof text);
     AddInLogMessageText((char*)"%s", NOERROR, text);  // "%s": the text is no format
 }
