@@ -6,7 +6,8 @@
 #include "nsfsearc.h"
 #include "osmisc.h"
 
-#include <cctype>
+#include <strings.h>
+
 #include <cstring>
 
 #include "ConfigMigration.h"
@@ -35,18 +36,9 @@ const ShippedDefault kShippedDefaults[] = {
     {"DTASsetting", 0x48257A23, 0x00200EA2},
 };
 
-bool SameTextIgnoringCase(const char* a, const char* b) {
-    for (; *a != '\0' && *b != '\0'; ++a, ++b) {
-        if (std::tolower(static_cast<unsigned char>(*a)) != std::tolower(static_cast<unsigned char>(*b))) {
-            return false;
-        }
-    }
-    return *a == *b;
-}
-
 bool IsShippedDefault(const char* form, const ORIGINATORID& oid) {
     for (const ShippedDefault& row : kShippedDefaults) {
-        if (SameTextIgnoringCase(form, row.form)) {
+        if (strcasecmp(form, row.form) == 0) {
             return oid.Note.Innards[1] == row.noteHigh && oid.Note.Innards[0] == row.noteLow;
         }
     }

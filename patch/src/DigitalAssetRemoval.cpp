@@ -7,7 +7,8 @@
 #include "nsfsearc.h"
 #include "osmisc.h"
 
-#include <cctype>
+#include <strings.h>
+
 #include <cstring>
 #include <vector>
 
@@ -53,19 +54,11 @@ struct DigitalAssetSearchParam {
     std::vector<NOTEID>* candidates;
 };
 
-bool IsTrueIgnoringCase(const char* text) {
-    const char kTrue[] = "true";
-    for (size_t i = 0; i < sizeof kTrue; ++i) {
-        if (std::tolower(static_cast<unsigned char>(text[i])) != kTrue[i]) return false;
-    }
-    return true;
-}
-
 bool IsPreDefined(NOTEHANDLE note) {
     char value[kItemTextSize];
     std::memset(value, 0, sizeof value);
     NSFItemGetText(note, kPreDefinedItem, value, sizeof value - 1);
-    return IsTrueIgnoringCase(value);
+    return strcasecmp(value, "true") == 0;
 }
 
 bool IsReferredTo(NOTEHANDLE note) {
