@@ -89,6 +89,7 @@ STATUS SaveNote(NoteObject& note, DbFile& file, DWORD flags) {
 	record.flags = note.flags;
 	record.items = note.items;
 	DWORD storedSequence = 0;
+	bool sameUnid = false;
 	bool isNew = note.id == NOTEID_ADD || note.id == NOTEID_ADD_OR_REPLACE || note.id == NOTEID_ADD_UNID;
 	if (isNew) {
 		record.added = now;
@@ -114,9 +115,11 @@ STATUS SaveNote(NoteObject& note, DbFile& file, DWORD flags) {
 		if (!(flags & UPDATE_FORCE) &&
 		    (stored.oid.Sequence & OID_SEQNO_MASK) != (note.loadedSequence & OID_SEQNO_MASK))
 			return ERR_CONFLICT;
+		UNID storedUnid = UnidOf(stored.oid), unid = UnidOf(record.oid);
+		sameUnid = std::memcmp(&storedUnid, &unid, sizeof(UNID)) == 0;
 		NOTEID owner;
 		bool deleted;
-		if (file.FindUnid(UnidOf(record.oid), owner, deleted) == NOERROR && owner != note.id)
+		if (!sameUnid && file.FindUnid(unid, owner, deleted) == NOERROR && owner != note.id)
 			return ERR_CONFLICT;  // the note was given the UNID of another note
 		storedSequence = stored.oid.Sequence;
 		record.added = stored.added;
@@ -127,7 +130,9 @@ STATUS SaveNote(NoteObject& note, DbFile& file, DWORD flags) {
 	record.modified = now;
 	// A new note whose UNID a live note already has: NSFNoteUpdate with
 	// NOTEID_ADD fails (ERR_CONFLICT); a deletion stub of that UNID gives way.
-	STATUS s = isNew ? PutNewNote(file, record, note.id == NOTEID_ADD_OR_REPLACE) : file.WriteNote(record);
+	STATUS s = isNew      ? PutNewNote(file, record, note.id == NOTEID_ADD_OR_REPLACE)
+	           : sameUnid ? file.RewriteNote(record)
+	                      : file.WriteNote(record);
 	if (s) return s;
 	if (STATUS c = tx.Commit()) return c;
 	note.id = record.id;

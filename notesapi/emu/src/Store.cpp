@@ -108,11 +108,17 @@ STATUS DbFile::OpenConnection(const std::string& path, bool create, sqlite3*& db
 		return create ? ERR_CREATE : ERR_NOT_NSF;
 	}
 	sqlite3_busy_timeout(db, 5000);
-	sqlite3_exec(db, "PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr);
 	// No memory mapping: a file replaced or cut short on disk while a handle is
 	// open then gives an I/O error status rather than a SIGBUS. Searches pay a
 	// copy per page for it (see bench/README.md).
 	sqlite3_exec(db, "PRAGMA mmap_size=0", nullptr, nullptr, nullptr);
+	// Changes go to a write-ahead log that is flushed at checkpoints, not at each
+	// commit; the server process is the file's only user while it is open.
+	sqlite3_exec(db, "PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr);
+	sqlite3_exec(db, "PRAGMA locking_mode=EXCLUSIVE", nullptr, nullptr, nullptr);
+	sqlite3_exec(db, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr);
+	// The log is folded into the file every 64 MiB and when the last handle closes.
+	sqlite3_exec(db, "PRAGMA wal_autocheckpoint=16384", nullptr, nullptr, nullptr);
 	return NOERROR;
 }
 
@@ -184,7 +190,11 @@ sqlite3_stmt* DbFile::Prepare(const char* sqlText) {
 	return st;
 }
 
-// Savepoints are taken once per change: their statements are prepared once, not parsed each time.
+// Transactions and savepoints are taken once per change: their statements are prepared once,
+// not parsed each time.
+constexpr const char* kBegin = "BEGIN IMMEDIATE";
+constexpr const char* kCommit = "COMMIT";
+constexpr const char* kRollback = "ROLLBACK";
 constexpr const char* kSavepoint = "SAVEPOINT nested";
 constexpr const char* kRelease = "RELEASE nested";
 constexpr const char* kRollbackTo = "ROLLBACK TO nested";
@@ -198,7 +208,7 @@ int DbFile::Run(const char* sqlText) {
 }
 
 STATUS DbFile::Begin() {
-	int rc = transactionDepth_ == 0 ? sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) : Run(kSavepoint);
+	int rc = Run(transactionDepth_ == 0 ? kBegin : kSavepoint);
 	if (rc != SQLITE_OK) return SqlStatus(rc);
 	if (++transactionDepth_ == 2) pendingAtChangeStart_ = pendingNextId_;
 	return NOERROR;
@@ -222,9 +232,9 @@ STATUS DbFile::Commit() {
 		return s;
 	}
 	transactionDepth_ = 0;
-	int rc = sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr);
+	int rc = Run(kCommit);
 	if (rc != SQLITE_OK) {
-		sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+		Run(kRollback);
 		return SqlStatus(rc);
 	}
 	++generation_;
@@ -241,7 +251,7 @@ void DbFile::Rollback() {
 	}
 	transactionDepth_ = 0;
 	pendingNextId_ = 0;
-	sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+	Run(kRollback);
 }
 
 STATUS DbFile::WriteBulkGroup() {
@@ -366,7 +376,15 @@ STATUS DbFile::FindUnid(const UNID& unid, NOTEID& id, bool& deleted) {
 	return status;
 }
 
-STATUS DbFile::WriteNote(const StoredNote& note) {
+namespace {
+
+// The note's items as the two stored blobs: summary items and the others, each with its ordinals.
+struct EncodedItems {
+	Bytes summary;
+	Bytes body;
+};
+
+EncodedItems EncodeNoteItems(const StoredNote& note) {
 	std::vector<const Item*> summary, body;
 	std::vector<WORD> summaryOrder, bodyOrder;
 	for (size_t i = 0; i < note.items.size(); ++i) {
@@ -374,8 +392,13 @@ STATUS DbFile::WriteNote(const StoredNote& note) {
 		(isSummary ? summary : body).push_back(&note.items[i]);
 		(isSummary ? summaryOrder : bodyOrder).push_back(static_cast<WORD>(i));
 	}
-	Bytes summaryBlob = EncodeItems(summary, summaryOrder);
-	Bytes bodyBlob = EncodeItems(body, bodyOrder);
+	return {EncodeItems(summary, summaryOrder), EncodeItems(body, bodyOrder)};
+}
+
+}  // namespace
+
+STATUS DbFile::WriteNote(const StoredNote& note) {
+	EncodedItems items = EncodeNoteItems(note);
 	sqlite3_stmt* st = Prepare(
 	    "INSERT OR REPLACE INTO notes(id, class, deleted, unid, head, summary, body)"
 	    " VALUES(?1, ?2, 0, ?3, ?4, ?5, ?6)");
@@ -385,11 +408,27 @@ STATUS DbFile::WriteNote(const StoredNote& note) {
 	UNID unid = UnidOf(note.oid);
 	BindStruct(st, 3, unid);
 	BindStruct(st, 4, HeadOf(note, false));
-	sqlite3_bind_blob(st, 5, summaryBlob.data(), static_cast<int>(summaryBlob.size()), SQLITE_STATIC);
-	sqlite3_bind_blob(st, 6, bodyBlob.data(), static_cast<int>(bodyBlob.size()), SQLITE_STATIC);
+	sqlite3_bind_blob(st, 5, items.summary.data(), static_cast<int>(items.summary.size()), SQLITE_STATIC);
+	sqlite3_bind_blob(st, 6, items.body.data(), static_cast<int>(items.body.size()), SQLITE_STATIC);
 	STATUS s = SqlStatus(sqlite3_step(st));
 	sqlite3_reset(st);
 	return s;
+}
+
+STATUS DbFile::RewriteNote(const StoredNote& note) {
+	EncodedItems items = EncodeNoteItems(note);
+	// The UNID column is left out, so its index is not touched.
+	sqlite3_stmt* st = Prepare("UPDATE notes SET class = ?2, deleted = 0, head = ?3, summary = ?4, body = ?5 WHERE id = ?1");
+	if (!st) return ERR_IOERROR;
+	sqlite3_bind_int64(st, 1, note.id);
+	sqlite3_bind_int(st, 2, note.noteClass);
+	BindStruct(st, 3, HeadOf(note, false));
+	sqlite3_bind_blob(st, 4, items.summary.data(), static_cast<int>(items.summary.size()), SQLITE_STATIC);
+	sqlite3_bind_blob(st, 5, items.body.data(), static_cast<int>(items.body.size()), SQLITE_STATIC);
+	int rc = sqlite3_step(st);
+	sqlite3_reset(st);
+	if (rc != SQLITE_DONE) return SqlStatus(rc);
+	return sqlite3_changes(db_) == 1 ? NOERROR : ERR_INVALID_NOTE;
 }
 
 STATUS DbFile::DeleteRow(NOTEID id) {

@@ -127,6 +127,8 @@ public:
 	STATUS FindUnid(const UNID& unid, NOTEID& id, bool& deleted);
 	// Writes a note row (insert or replace) with its items.
 	STATUS WriteNote(const StoredNote& note);
+	// Rewrites the row of an existing note whose UNID is unchanged.
+	STATUS RewriteNote(const StoredNote& note);
 	STATUS DeleteRow(NOTEID id);
 	// Turns a note into a deletion stub (no items) with the given header.
 	STATUS WriteStub(const StoredNote& stub);
