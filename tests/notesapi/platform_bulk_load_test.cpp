@@ -82,3 +82,23 @@ TEST(PlatformBulkLoad, ClosingTheDatabaseWritesTheOpenGroup) {
 	}
 	EXPECT_EQ(DocumentsOf(path), added);
 }
+
+// nsfdb keeps the note IDs a database description gives by moving the counter before each note.
+TEST(PlatformBulkLoad, TheNoteIdCounterMovesOnlyForwardAndIsKeptWithTheGroup) {
+	std::string path;
+	{
+		TestDb db("bulk_counter.nsf");
+		path = db.path();
+		ASSERT_EQ(EmuDbBulkLoad(db, TRUE), NOERROR);
+		ASSERT_EQ(EmuDbSetNextNoteID(db, 0x3002), NOERROR);
+		EXPECT_EQ(AddDocument(db, {{"Form", "A"}}), 0x3002u);
+		EXPECT_EQ(EmuDbSetNextNoteID(db, 0x3002), ERR_NOTE_ID) << "an ID in use";
+		EXPECT_EQ(EmuDbSetNextNoteID(db, 0x2802), ERR_NOTE_ID) << "backwards";
+		ASSERT_EQ(EmuDbSetNextNoteID(db, 0x4002), NOERROR);
+	}
+	DBHANDLE db;
+	ASSERT_EQ(NSFDbOpen(path.c_str(), &db), NOERROR);
+	EXPECT_EQ(EmuDbSetNextNoteID(db, 0x3802), ERR_NOTE_ID) << "the counter set in the group was lost";
+	EXPECT_EQ(AddDocument(db, {{"Form", "B"}}), 0x4002u);
+	NSFDbClose(db);
+}

@@ -494,13 +494,10 @@ STATUS LNPUBLIC EmuDbSetNextNoteID(DBHANDLE hDB, NOTEID nextNoteID) {
 	ApiLock lock(ApiMutex());
 	DbFile* file;
 	if (STATUS s = FindFile(hDB, "EmuDbSetNextNoteID", file)) return s;
-	NOTEID highest = 0;
+	NOTEID highest = 0, current = 0;
 	if (STATUS s = file->HighestNoteId(highest)) return s;
-	DbSettings settings;
-	if (STATUS s = file->ReadSettings(settings)) return s;
+	if (STATUS s = file->ReadNextNoteId(current)) return s;
 	// IDs are never reused: the counter only moves forward.
-	if (nextNoteID <= highest || nextNoteID < settings.nextNoteId || (nextNoteID & NOTEID_RESERVED))
-		return ERR_NOTE_ID;
-	settings.nextNoteId = nextNoteID;
-	return file->WriteSettings(settings);
+	if (nextNoteID <= highest || nextNoteID < current || (nextNoteID & NOTEID_RESERVED)) return ERR_NOTE_ID;
+	return file->SetNextNoteId(nextNoteID);
 }

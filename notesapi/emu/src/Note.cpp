@@ -93,9 +93,10 @@ STATUS SaveNote(NoteObject& note, DbFile& file, DWORD flags) {
 	bool isNew = note.id == NOTEID_ADD || note.id == NOTEID_ADD_OR_REPLACE || note.id == NOTEID_ADD_UNID;
 	if (isNew) {
 		record.added = now;
-		NOTEID existing;
-		bool deleted;
-		STATUS found = file.FindUnid(UnidOf(record.oid), existing, deleted);
+		NOTEID existing = 0;
+		bool deleted = false;
+		// A plain add needs no look-up here: the store refuses a UNID a live note has.
+		STATUS found = note.id == NOTEID_ADD ? ERR_NOT_FOUND : file.FindUnid(UnidOf(record.oid), existing, deleted);
 		if (found == NOERROR && !deleted && note.id == NOTEID_ADD_UNID) {
 			ORIGINATORID fresh = NewOid();
 			record.oid.File = fresh.File;

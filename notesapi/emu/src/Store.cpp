@@ -267,6 +267,11 @@ STATUS DbFile::SetBulkLoad(bool on) {
 	if (on == bulkLoad_) return NOERROR;
 	if (on) {
 		if (transactionDepth_ != 0) return ERR_LOCK;
+		// A file being made is written once, straight into place: nobody else sees it yet, and
+		// the tools discard a file whose making was cut short.
+		// Only the last group's commit flushes the file to disk.
+		sqlite3_exec(db_, "PRAGMA journal_mode=MEMORY", nullptr, nullptr, nullptr);
+		sqlite3_exec(db_, "PRAGMA synchronous=OFF", nullptr, nullptr, nullptr);
 		if (STATUS s = Begin()) return s;
 		// A larger page cache keeps the group's pages in memory until it is written.
 		sqlite3_exec(db_, "PRAGMA cache_size=-65536", nullptr, nullptr, nullptr);
@@ -275,8 +280,10 @@ STATUS DbFile::SetBulkLoad(bool on) {
 		return NOERROR;
 	}
 	bulkLoad_ = false;
+	sqlite3_exec(db_, "PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr);
 	STATUS status = Commit();
 	sqlite3_exec(db_, "PRAGMA cache_size=-2000", nullptr, nullptr, nullptr);
+	sqlite3_exec(db_, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr);
 	return status;
 }
 
@@ -398,10 +405,17 @@ EncodedItems EncodeNoteItems(const StoredNote& note) {
 }  // namespace
 
 STATUS DbFile::WriteNote(const StoredNote& note) {
+	return PutRow(note, "INSERT OR REPLACE INTO notes(id, class, deleted, unid, head, summary, body)"
+	                    " VALUES(?1, ?2, 0, ?3, ?4, ?5, ?6)");
+}
+
+STATUS DbFile::InsertNote(const StoredNote& note) {
+	return PutRow(note, "INSERT INTO notes(id, class, deleted, unid, head, summary, body) VALUES(?1, ?2, 0, ?3, ?4, ?5, ?6)");
+}
+
+STATUS DbFile::PutRow(const StoredNote& note, const char* sqlText) {
 	EncodedItems items = EncodeNoteItems(note);
-	sqlite3_stmt* st = Prepare(
-	    "INSERT OR REPLACE INTO notes(id, class, deleted, unid, head, summary, body)"
-	    " VALUES(?1, ?2, 0, ?3, ?4, ?5, ?6)");
+	sqlite3_stmt* st = Prepare(sqlText);
 	if (!st) return ERR_IOERROR;
 	sqlite3_bind_int64(st, 1, note.id);
 	sqlite3_bind_int(st, 2, note.noteClass);
@@ -451,6 +465,31 @@ STATUS DbFile::WriteStub(const StoredNote& stub) {
 	return s;
 }
 
+STATUS DbFile::ReadNextNoteId(NOTEID& next) {
+	if (bulkLoad_ && pendingNextId_ != 0) {
+		next = pendingNextId_;
+		return NOERROR;
+	}
+	next = 0;
+	sqlite3_stmt* read = Prepare("SELECT value FROM meta WHERE key = 'nextNoteId'");
+	if (!read) return ERR_IOERROR;
+	int rc = sqlite3_step(read);
+	if (rc == SQLITE_ROW) next = static_cast<NOTEID>(sqlite3_column_int64(read, 0));
+	sqlite3_reset(read);
+	return rc == SQLITE_ROW || rc == SQLITE_DONE ? NOERROR : SqlStatus(rc);
+}
+
+STATUS DbFile::SetNextNoteId(NOTEID next) {
+	if (bulkLoad_) {  // written with the group
+		pendingNextId_ = next;
+		return NOERROR;
+	}
+	Transaction tx(*this);
+	if (tx.status()) return tx.status();
+	if (STATUS s = StoreNextNoteId(next)) return s;
+	return tx.Commit();
+}
+
 STATUS DbFile::AllocateNoteId(NOTEID& id) {
 	if (bulkLoad_ && pendingNextId_ != 0) {  // the IDs handed out since the last write of the counter
 		if (pendingNextId_ >= NOTEID_RESERVED) return ERR_NOTE_ID;
@@ -459,12 +498,7 @@ STATUS DbFile::AllocateNoteId(NOTEID& id) {
 		return NOERROR;
 	}
 	NOTEID next = 0;
-	sqlite3_stmt* read = Prepare("SELECT value FROM meta WHERE key = 'nextNoteId'");
-	if (!read) return ERR_IOERROR;
-	int rc = sqlite3_step(read);
-	if (rc == SQLITE_ROW) next = static_cast<NOTEID>(sqlite3_column_int64(read, 0));
-	sqlite3_reset(read);
-	if (rc != SQLITE_ROW && rc != SQLITE_DONE) return SqlStatus(rc);
+	if (STATUS s = ReadNextNoteId(next)) return s;
 	NOTEID highest = 0;
 	if (STATUS s = HighestNoteId(highest)) return s;
 	id = std::max(next, kFirstNoteId);
@@ -515,6 +549,14 @@ STATUS DbFile::NoteIdsOfClass(WORD classMask, std::vector<NOTEID>& ids) {
 }
 
 STATUS PutNewNote(DbFile& file, StoredNote& note, bool replaceLive) {
+	bool haveId = false;
+	if (!replaceLive) {
+		// Nearly every new note brings a UNID no row has: the insert's own index check tells.
+		if (STATUS a = file.AllocateNoteId(note.id)) return a;
+		haveId = true;
+		STATUS s = file.InsertNote(note);
+		if (s != ERR_CONFLICT) return s;
+	}
 	NOTEID existing = 0;
 	bool deleted = false;
 	STATUS s = file.FindUnid(UnidOf(note.oid), existing, deleted);
@@ -526,8 +568,10 @@ STATUS PutNewNote(DbFile& file, StoredNote& note, bool replaceLive) {
 	if (s == NOERROR && deleted) s = file.DeleteRow(existing);
 	else if (s == ERR_NOT_FOUND) s = NOERROR;
 	if (s) return s;
-	if (STATUS a = file.AllocateNoteId(note.id)) return a;
-	return file.WriteNote(note);
+	if (!haveId) {
+		if (STATUS a = file.AllocateNoteId(note.id)) return a;
+	}
+	return file.InsertNote(note);
 }
 
 Bytes EncodeItems(const std::vector<const Item*>& items, const std::vector<WORD>& ordinals) {

@@ -129,9 +129,14 @@ public:
 	STATUS WriteNote(const StoredNote& note);
 	// Rewrites the row of an existing note whose UNID is unchanged.
 	STATUS RewriteNote(const StoredNote& note);
+	// Adds a row; ERR_CONFLICT when its ID or UNID is taken.
+	STATUS InsertNote(const StoredNote& note);
 	STATUS DeleteRow(NOTEID id);
 	// Turns a note into a deletion stub (no items) with the given header.
 	STATUS WriteStub(const StoredNote& stub);
+	// The note ID the counter gives next, and moving it (the caller checks the value).
+	STATUS ReadNextNoteId(NOTEID& next);
+	STATUS SetNextNoteId(NOTEID next);
 	// Takes the next free note ID and advances the counter.
 	STATUS AllocateNoteId(NOTEID& id);
 	STATUS HighestNoteId(NOTEID& id);
@@ -162,6 +167,8 @@ private:
 	static STATUS OpenConnection(const std::string& path, bool create, sqlite3*& db);
 	// Steps a cached statement that returns no rows; an SQLite result code.
 	int Run(const char* sqlText);
+	// Binds the note's columns in the order of WriteNote's statement and steps it.
+	STATUS PutRow(const StoredNote& note, const char* sqlText);
 	STATUS StoreNextNoteId(NOTEID next);
 	STATUS StorePendingNextId();
 	// Commits the bulk group so far and starts the next one.
