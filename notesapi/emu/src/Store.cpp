@@ -26,9 +26,10 @@ constexpr const char* kSchema =
     "  body BLOB);"
     "CREATE UNIQUE INDEX notes_unid ON notes(unid);";
 
+// Never destroyed: files still held by other static objects close after it would be gone.
 std::map<std::string, std::weak_ptr<DbFile>>& Registry() {
-	static std::map<std::string, std::weak_ptr<DbFile>> registry;
-	return registry;
+	static auto* registry = new std::map<std::string, std::weak_ptr<DbFile>>;
+	return *registry;
 }
 
 template <typename T>
@@ -334,7 +335,8 @@ STATUS DbFile::WriteSettings(const DbSettings& settings) {
 }
 
 STATUS DbFile::ReadNote(NOTEID id, bool withItems, StoredNote& out) {
-	sqlite3_stmt* st = Prepare("SELECT head, summary, body FROM notes WHERE id = ?1");
+	sqlite3_stmt* st = Prepare(withItems ? "SELECT head, summary, body FROM notes WHERE id = ?1"
+	                                     : "SELECT head FROM notes WHERE id = ?1");
 	if (!st) return ERR_IOERROR;
 	sqlite3_bind_int64(st, 1, id);
 	int rc = sqlite3_step(st);
