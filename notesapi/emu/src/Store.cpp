@@ -57,6 +57,26 @@ void DecodeInto(const void* data, size_t size,
 	});
 }
 
+void DecodeColumn(sqlite3_stmt* st, int column, std::vector<std::pair<WORD, Item>>& out) {
+	const void* blob = sqlite3_column_blob(st, column);
+	if (blob) DecodeInto(blob, static_cast<size_t>(sqlite3_column_bytes(st, column)), out);
+}
+
+// The note's items in their ordinal order, from its summary and other items (each stored in order).
+void MergeByOrdinal(std::vector<std::pair<WORD, Item>>& summary, std::vector<std::pair<WORD, Item>>& body,
+                    std::vector<Item>& out) {
+	auto byOrdinal = [](const auto& a, const auto& b) { return a.first < b.first; };
+	if (!std::is_sorted(summary.begin(), summary.end(), byOrdinal))
+		std::stable_sort(summary.begin(), summary.end(), byOrdinal);
+	if (!std::is_sorted(body.begin(), body.end(), byOrdinal)) std::stable_sort(body.begin(), body.end(), byOrdinal);
+	out.reserve(summary.size() + body.size());
+	auto a = summary.begin(), b = body.begin();
+	while (a != summary.end() || b != body.end()) {
+		bool takeSummary = b == body.end() || (a != summary.end() && !byOrdinal(*b, *a));
+		out.push_back(std::move(takeSummary ? (a++)->second : (b++)->second));
+	}
+}
+
 STATUS SqlStatus(int rc) {
 	switch (rc) {
 	case SQLITE_OK:
@@ -355,14 +375,10 @@ STATUS DbFile::ReadNote(NOTEID id, bool withItems, StoredNote& out) {
 	out.flags = head.flags;
 	out.items.clear();
 	if (withItems && !out.deleted) {
-		std::vector<std::pair<WORD, Item>> ordered;
-		for (int column : {1, 2}) {
-			const void* blob = sqlite3_column_blob(st, column);
-			if (blob) DecodeInto(blob, static_cast<size_t>(sqlite3_column_bytes(st, column)), ordered);
-		}
-		std::stable_sort(ordered.begin(), ordered.end(),
-		                 [](const auto& a, const auto& b) { return a.first < b.first; });
-		for (auto& entry : ordered) out.items.push_back(std::move(entry.second));
+		std::vector<std::pair<WORD, Item>> summary, body;
+		DecodeColumn(st, 1, summary);
+		DecodeColumn(st, 2, body);
+		MergeByOrdinal(summary, body, out.items);
 	}
 	sqlite3_reset(st);
 	return NOERROR;
