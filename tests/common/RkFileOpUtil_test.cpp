@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <functional>
 #include <sstream>
 #include <string>
@@ -180,6 +181,27 @@ TEST_F(FileOpTest, CopyOfLargeFileStreamsEveryByte) {
     ASSERT_EQ(Op::copy(P("big").c_str(), P("out/big").c_str(), true, nullptr, nullptr), 0);
     EXPECT_EQ(Read("out/big"), content);
     EXPECT_TRUE(Op::comp(P("big").c_str(), P("out/big").c_str()));
+}
+
+// Sources and destinations the kernel will not copy between must still be copied, or fail, as a
+// stream copy does: a file whose size the system reports as 0 but that has content, a device.
+TEST_F(FileOpTest, CopyFromAndToSpecialFilesBehavesAsAStreamCopy) {
+    std::ifstream version("/proc/version", std::ios::binary);
+    std::string expected((std::istreambuf_iterator<char>(version)), std::istreambuf_iterator<char>());
+    ASSERT_FALSE(expected.empty());
+    ASSERT_EQ(Op::copy("/proc/version", P("version").c_str(), false, nullptr, nullptr), 0);
+    EXPECT_EQ(Read("version"), expected);
+
+    Write("some", std::string(70000, 'x'));
+    ASSERT_EQ(::symlink("/dev/full", P("full").c_str()), 0);
+    EXPECT_EQ(Op::copy(P("some").c_str(), P("full").c_str(), true, nullptr, nullptr), Op::RK_FOP_SHORT_WRITE);
+}
+
+TEST_F(FileOpTest, CopyOverALongerFileLeavesExactlyTheSource) {
+    Write("long", std::string(300000, 'L'));
+    Write("short", std::string(1000, 's'));
+    ASSERT_EQ(Op::copy(P("short").c_str(), P("long").c_str(), true, nullptr, nullptr), 0);
+    EXPECT_EQ(Read("long"), std::string(1000, 's'));
 }
 
 TEST_F(FileOpTest, CopyWildcardTakesOnlyMatchingPlainFiles) {
