@@ -494,10 +494,9 @@ STATUS LNPUBLIC EmuDbSetNextNoteID(DBHANDLE hDB, NOTEID nextNoteID) {
 	ApiLock lock(ApiMutex());
 	DbFile* file;
 	if (STATUS s = FindFile(hDB, "EmuDbSetNextNoteID", file)) return s;
-	NOTEID highest = 0, current = 0;
-	if (STATUS s = file->HighestNoteId(highest)) return s;
-	if (STATUS s = file->ReadNextNoteId(current)) return s;
+	NOTEID lowest = 0;
+	if (STATUS s = file->LowestSettableNextId(lowest)) return s;
 	// IDs are never reused: the counter only moves forward.
-	if (nextNoteID <= highest || nextNoteID < current || (nextNoteID & NOTEID_RESERVED)) return ERR_NOTE_ID;
+	if (nextNoteID < lowest || (nextNoteID & NOTEID_RESERVED)) return ERR_NOTE_ID;
 	return file->SetNextNoteId(nextNoteID);
 }

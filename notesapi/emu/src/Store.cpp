@@ -497,6 +497,19 @@ STATUS DbFile::ReadNextNoteId(NOTEID& next) {
 	return rc == SQLITE_ROW || rc == SQLITE_DONE ? NOERROR : SqlStatus(rc);
 }
 
+STATUS DbFile::LowestSettableNextId(NOTEID& lowest) {
+	// The counter of a bulk load was set above every ID in the file when it was first taken.
+	if (bulkLoad_ && pendingNextId_ != 0) {
+		lowest = pendingNextId_;
+		return NOERROR;
+	}
+	NOTEID next = 0, highest = 0;
+	if (STATUS s = ReadNextNoteId(next)) return s;
+	if (STATUS s = HighestNoteId(highest)) return s;
+	lowest = std::max(next, highest + 1);
+	return NOERROR;
+}
+
 STATUS DbFile::SetNextNoteId(NOTEID next) {
 	if (bulkLoad_) {  // written with the group
 		pendingNextId_ = next;

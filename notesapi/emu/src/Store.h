@@ -134,8 +134,10 @@ public:
 	STATUS DeleteRow(NOTEID id);
 	// Turns a note into a deletion stub (no items) with the given header.
 	STATUS WriteStub(const StoredNote& stub);
-	// The note ID the counter gives next, and moving it (the caller checks the value).
+	// The note ID the counter gives next, the lowest value it may be moved to (above every ID
+	// in the file, never backwards), and moving it (the caller checks the value).
 	STATUS ReadNextNoteId(NOTEID& next);
+	STATUS LowestSettableNextId(NOTEID& lowest);
 	STATUS SetNextNoteId(NOTEID next);
 	// Takes the next free note ID and advances the counter.
 	STATUS AllocateNoteId(NOTEID& id);
