@@ -135,7 +135,7 @@ DWORD CallerHandleCount();
 void ReleaseAllHandles();
 
 // Database path of a note (for the call guard), empty for a bad handle.
-std::string NotePath(const NoteObject& note);
+const std::string& NotePath(const NoteObject& note);
 
 // ---- Notes <-> file --------------------------------------------------------
 // Expands one-value TEXT / NUMBER / TIME items to their list forms (OPEN_EXPAND).

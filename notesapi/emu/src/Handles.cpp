@@ -154,9 +154,10 @@ void ReleaseAllHandles() {
 	Handles().entries.clear();
 }
 
-std::string NotePath(const NoteObject& note) {
+const std::string& NotePath(const NoteObject& note) {
+	static const std::string none;
 	DatabaseObject* db;
-	if (FindDatabase(note.db, db) != NOERROR) return std::string();
+	if (FindDatabase(note.db, db) != NOERROR) return none;
 	return db->file->path();
 }
 
