@@ -39,11 +39,20 @@ inline void SetFaults(const E2eServer& server, const Json& faults) {
     e2e::WriteWholeFile(file, settings.dump(2));
 }
 
+// Environment of the runs: the task's pauses skipped when the wait shim is built.
+inline std::string PauseSkipping() {
+#ifdef PAUSE_SKIP_SHIM
+    return "LD_PRELOAD=" + e2e::ShellQuoted(PAUSE_SKIP_SHIM) + " RPX_SLEEP_METER_SKIP=1 ";
+#else
+    return "";
+#endif
+}
+
 // "rpxserver run" under a time limit: a run that hangs ends with exit status 124.
 inline CommandResult RunWithTimeLimit(const E2eServer& server, int seconds) {
-    return e2e::RunCommand("timeout -s KILL " + std::to_string(seconds) + " " + std::string(RPXSERVER_PATH) +
-                               " run " + e2e::ShellQuoted(server.Dir().string()) + " --module " +
-                               e2e::ShellQuoted(UPDRPX_MODULE_PATH),
+    return e2e::RunCommand(PauseSkipping() + "timeout -s KILL " + std::to_string(seconds) + " " +
+                               std::string(RPXSERVER_PATH) + " run " + e2e::ShellQuoted(server.Dir().string()) +
+                               " --module " + e2e::ShellQuoted(UPDRPX_MODULE_PATH),
                            server.Dir().parent_path());
 }
 
