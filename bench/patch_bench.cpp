@@ -1,7 +1,9 @@
 // The whole patch on large configuration databases. For each size (default 10,000, 30,000,
 // 100,000 and 300,000 documents; --docs=N runs one size):
 //   1. make_patch_scenario.py writes the example server with rpx/rpconf.nsf grown to that size;
-//   2. "rpxserver init" makes the server folder (timed: documents made per second, peak RSS);
+//   2. "rpxserver init" makes the server folder (timed: documents made per second, peak RSS),
+//      and "nsfdb create" makes the configuration database alone again from its JSON dump
+//      (timed the same way; the dump is made once, untimed);
 //   3. "rpxserver run" runs the patch task on it under the virtual clock, with the sleep meter
 //      preloaded: the task's own pauses are real sleeps (select() with a timeout), the meter
 //      times each of them and their total is taken off the wall time.
@@ -23,13 +25,15 @@
 namespace {
 
 struct Tools {
-    std::string rpxserver, generator, sleepMeter, example;
+    std::string rpxserver, nsfdb, generator, sleepMeter, example;
 };
 
 struct Figures {
     long long docs = 0;
     double initWall = 0;
     long initRssKiB = 0;
+    double createWall = 0;
+    long createRssKiB = 0;
     double cpu = 0, wall = 0, slept = 0, asked = 0;
     long runRssKiB = 0;
 };
@@ -43,6 +47,26 @@ struct Figures {
 void ReadWaits(const std::string& path, double& slept, double& asked) {
     std::ifstream in(path);
     if (!(in >> slept >> asked)) Fail(path + ": the sleep meter wrote no totals");
+}
+
+// "nsfdb create" of the server's configuration database from its dump (made once per size).
+void MakeConfigurationDatabaseAlone(const Tools& tools, const std::string& folder, const std::string& server,
+                                    long long docs, Figures& figures) {
+    std::string dump = folder + "/rpconf-" + std::to_string(docs) + ".json";
+    std::string made = folder + "/rpconf-made.nsf";
+    struct stat st;
+    if (::stat(dump.c_str(), &st) != 0 &&
+        !rpxbench::RunProcess({"sh", "-c", "\"$0\" dump \"$1\" > \"$2\"", tools.nsfdb,
+                               server + "/data/rpx/rpconf.nsf", dump}).ok) {
+        ::unlink(dump.c_str());
+        Fail("cannot dump the configuration database of " + server);
+    }
+    ::unlink(made.c_str());
+    rpxbench::ProcessRun create = rpxbench::RunProcess({tools.nsfdb, "create", made, dump}, true);
+    if (!create.ok) Fail("nsfdb create failed on " + dump);
+    ::unlink(made.c_str());
+    figures.createWall = create.wall;
+    figures.createRssKiB = create.peakRssKiB;
 }
 
 // Sets the server's debug-log switch in its notes.ini.
@@ -76,6 +100,7 @@ Figures Measure(const Tools& tools, const std::string& folder, long long docs, b
     if (!init.ok) Fail("rpxserver init failed on " + scenario);
     figures.initWall = init.wall;
     figures.initRssKiB = init.peakRssKiB;
+    MakeConfigurationDatabaseAlone(tools, folder, server, docs, figures);
     SetDebugLog(server, debugLog);
 
     std::string meter = folder + "/patch-slept.txt";
@@ -109,9 +134,9 @@ double Slope(const std::vector<Figures>& all, double Figures::*y) {
 }
 
 void PrintRow(const Figures& f, const char* note) {
-    std::printf("%9lld | %8.2f %10.0f %8.1f | %8.3f %8.3f %8.1f %8.3f %8.1f%s\n", f.docs, f.initWall,
-                f.docs / f.initWall, f.initRssKiB / 1024.0, f.cpu, f.wall, f.asked, f.slept, f.runRssKiB / 1024.0,
-                note);
+    std::printf("%9lld | %8.2f %10.0f %8.1f | %10.0f %8.1f | %8.3f %8.3f %8.1f %8.3f %8.1f%s\n", f.docs,
+                f.initWall, f.docs / f.initWall, f.initRssKiB / 1024.0, f.docs / f.createWall,
+                f.createRssKiB / 1024.0, f.cpu, f.wall, f.asked, f.slept, f.runRssKiB / 1024.0, note);
     std::fflush(stdout);
 }
 
@@ -128,17 +153,18 @@ int main(int argc, char** argv) {
     if (quick) ::setenv("RPX_SLEEP_METER_SKIP", "1", 1);
     std::string self = argv[0];
     std::string here = self.substr(0, self.find_last_of('/') + 1);
-    Tools tools{RPX_BENCH_RPXSERVER, RPX_BENCH_SOURCE "/make_patch_scenario.py", here + "libsleep_meter.so",
+    Tools tools{RPX_BENCH_RPXSERVER, RPX_BENCH_NSFDB, RPX_BENCH_SOURCE "/make_patch_scenario.py",
+                here + "libsleep_meter.so",
                 RPX_BENCH_SOURCE "/../examples/server/scenario.json"};
     std::vector<long long> sizes = only    ? std::vector<long long>{only}
                                    : quick ? std::vector<long long>{300, 1000}
                                            : std::vector<long long>{10000, 30000, 100000, 300000};
     std::string folder = rpxbench::DataFolder();
 
-    std::printf("%9s | %8s %10s %8s | %8s %8s %8s %8s %8s\n", "", "init", "", "", "run", "", "waits", "waits",
-                "");
-    std::printf("%9s | %8s %10s %8s | %8s %8s %8s %8s %8s\n", "documents", "wall s", "docs/s", "RSS MiB", "CPU s",
-                "wall s", "asked s", "slept s", "RSS MiB");
+    std::printf("%9s | %8s %10s %8s | %10s %8s | %8s %8s %8s %8s %8s\n", "", "init", "", "", "nsfdb", "create",
+                "run", "", "waits", "waits", "");
+    std::printf("%9s | %8s %10s %8s | %10s %8s | %8s %8s %8s %8s %8s\n", "documents", "wall s", "docs/s", "RSS MiB",
+                "docs/s", "RSS MiB", "CPU s", "wall s", "asked s", "slept s", "RSS MiB");
     std::vector<Figures> all;
     for (long long docs : sizes) {
         Figures f = Measure(tools, folder, docs, false);
@@ -154,6 +180,11 @@ int main(int argc, char** argv) {
         std::printf("fitted cost per document: %.2f us CPU, %.2f us wall (beyond the waits)\n",
                     Slope(all, &Figures::cpu) * 1e6, Slope(all, &Figures::wall) * 1e6);
     }
+    const Figures& largest = all.back();
+    std::printf("making databases, %lld documents: rpxserver init %.0f docs/s, nsfdb create %.0f docs/s "
+                "(goal >= 50,000); peak RSS %.1f and %.1f MiB (goal <= 200 at 300,000)\n",
+                largest.docs, largest.docs / largest.initWall, largest.docs / largest.createWall,
+                largest.initRssKiB / 1024.0, largest.createRssKiB / 1024.0);
     for (const Figures& f : all)
         if (f.docs == 100000)
             std::printf("at 100,000 documents: %.2f s CPU (goal <= 2), %.2f s wall (goal <= 5) beyond the waits\n",
