@@ -67,7 +67,7 @@ typedef unsigned short USHORT;
 typedef unsigned int   ULONG;
 typedef unsigned char  UCHAR;
 typedef unsigned int   UINT;
-typedef unsigned long  QWORD;          /* 8 bytes under LONGIS64BIT */
+typedef unsigned long  NDQWORD;        /* 8 bytes under LONGIS64BIT */
 
 #define BOOLBYTE BYTE
 #define UBYTE    BYTE

@@ -26,8 +26,8 @@
 #define ERRNUM(error) ((STATUS) ((error) & ERRNUM_MASK))
 
 /* OSMemAlloc BlkType (osmem.h). 0 is private memory. */
-#define MEM_SHARE    0x8000
-#define MEM_GROWABLE 0x4000
+#define MEM_SHARE    ((WORD) 0x8000)
+#define MEM_GROWABLE ((WORD) 0x4000)
 
 /* Package bases. */
 #define PKG_OS       0x0100

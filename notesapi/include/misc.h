@@ -25,8 +25,8 @@ typedef struct {
 } TIME;             /* 48 bytes */
 
 /* Innards values meaning "no time" / "no date" in a TIMEDATE. */
-#define ALLDAY 0xffffffff
-#define ANYDAY 0xffffffff
+#define ALLDAY 0xffffffffL
+#define ANYDAY 0xffffffffL
 
 /* TimeConstant selectors. */
 #define TIMEDATE_MINIMUM  0

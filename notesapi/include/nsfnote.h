@@ -74,9 +74,9 @@
 #define OPEN_ABSTRACT          0x0200
 #define OPEN_RESPONSE_ID_TABLE 0x1000
 /* Only for the DWORD-flag open calls. */
-#define OPEN_WITH_FOLDERS      0x00020000L
-#define OPEN_RAW_RFC822_TEXT   0x01000000L
-#define OPEN_RAW_MIME_PART     0x02000000L
+#define OPEN_WITH_FOLDERS      0x00020000
+#define OPEN_RAW_RFC822_TEXT   0x01000000
+#define OPEN_RAW_MIME_PART     0x02000000
 #define OPEN_RAW_MIME          (OPEN_RAW_RFC822_TEXT | OPEN_RAW_MIME_PART)
 
 /* ---- NSFNoteUpdate / NSFNoteDelete flags (WORD) ---------------------- */

@@ -7,7 +7,6 @@
 #ifndef GLOBAL_DEFS
 #error "global.h must be included before this header"
 #endif
-#include "pool.h"
 
 #ifdef __cplusplus
 extern "C" {

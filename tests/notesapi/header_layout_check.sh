@@ -33,4 +33,17 @@ for header in "$include"/*.h; do
         failures=$((failures + 1))
     fi
 done
+# Names that a header does not make visible in the toolkit, although a header next to it declares
+# them: the toolkit's osmem.h leaves pool.h out, MAXPATH is in names.h only, and no header
+# declares QWORD (global.h has NDQWORD). Code that relied on them would build here only.
+for pair in osmem.h:OSLockBlock osmem.h:BLOCKID global.h:MAXPATH global.h:QWORD; do
+    name=${pair%%:*}
+    symbol=${pair#*:}
+    printf '#include "global.h"\n#include "%s"\n#if defined(%s)\n#error macro\n#endif\nint %s;\n' \
+        "$name" "$symbol" "$symbol" > "$work/absent.cpp"
+    if ! $compiler -std=c++17 -fsyntax-only $defines -I"$include" "$work/absent.cpp" 2>/dev/null; then
+        echo "$symbol is visible after global.h and $name; the toolkit's $name does not declare it"
+        failures=$((failures + 1))
+    fi
+done
 [ "$failures" -eq 0 ]

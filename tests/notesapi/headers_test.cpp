@@ -49,7 +49,7 @@ TEST(NotesHeaderTypes, ScalarWidthsFollowLongIs64Bit) {
     EXPECT_EQ(sizeof(DWORD), 4u);   // not 8 although long is 8 bytes here
     EXPECT_EQ(sizeof(LONG), 4u);
     EXPECT_EQ(sizeof(BOOL), 4u);
-    EXPECT_EQ(sizeof(QWORD), 8u);
+    EXPECT_EQ(sizeof(NDQWORD), 8u);
     EXPECT_EQ(sizeof(NUMBER), 8u);
     EXPECT_EQ(sizeof(NOTEID), 4u);
     EXPECT_EQ(sizeof(NLS_STATUS), 2u);
@@ -95,6 +95,19 @@ TEST(NotesHeaderTypes, BasicConstants) {
     // MAXWORD is a WORD, so it is the "NUL-terminated" length sentinel.
     EXPECT_TRUE((same<decltype(MAXWORD), WORD>));
     EXPECT_EQ(NLS_NULLTERM, static_cast<WORD>(0xFFFF));
+}
+
+// The literal's own type decides promotion, overloads and printf formats, so
+// it has to be the toolkit's, not just the value.
+TEST(NotesHeaderTypes, ConstantsCarryTheToolkitsTypes) {
+    EXPECT_TRUE((same<decltype(MEM_SHARE), WORD>));
+    EXPECT_TRUE((same<decltype(MEM_GROWABLE), WORD>));
+    EXPECT_TRUE((same<decltype(ALLDAY), long>));
+    EXPECT_TRUE((same<decltype(ANYDAY), long>));
+    EXPECT_TRUE((same<decltype(OPEN_WITH_FOLDERS), int>));
+    EXPECT_TRUE((same<decltype(OPEN_RAW_MIME), int>));
+    EXPECT_TRUE((same<decltype(STS_DISPLAYED), STATUS>));
+    EXPECT_TRUE(std::is_unsigned<NDQWORD>::value);
 }
 
 // ---------------------------------------------------------------------------
