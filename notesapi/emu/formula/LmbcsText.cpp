@@ -157,6 +157,16 @@ bool IsPlainAscii(std::string_view text) {
     return true;
 }
 
+bool AsciiFoldsTo(std::string_view raw, std::string_view folded) {
+    if (raw.size() != folded.size()) return false;
+    for (size_t i = 0; i < raw.size(); ++i) {
+        char c = raw[i];
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+        if (c != folded[i]) return false;
+    }
+    return true;
+}
+
 void FoldCase(std::string_view text, std::string& out) {
     MapCase(CaseMapping::Fold, text, out);
 }

@@ -19,6 +19,10 @@ bool IsPlainAscii(std::string_view text);
 // exactly when they are equal ignoring case; byte order of the results is code point order.
 void FoldCase(std::string_view text, std::string& out);
 
+// True when the plain-ASCII `raw` has the caseless form `folded`: for such text that form is its ASCII
+// lower case (FoldCase's own fast path), so no folded copy has to be made.
+bool AsciiFoldsTo(std::string_view raw, std::string_view folded);
+
 // Case mapping that stays in LMBCS (@LowerCase, @UpperCase).
 void ToLower(std::string_view text, std::string& out);
 void ToUpper(std::string_view text, std::string& out);

@@ -35,17 +35,35 @@ public:
 	SummaryFields(const void* summary, size_t size) : summary_(summary), size_(size) {}
 
 	bool field(std::string_view name, fml::Value& out) const override {
+		StoredItemView item;
+		if (!Find(name, item)) return false;
+		Fill(item, out);
+		return true;
+	}
+
+	Peek peek(std::string_view name, std::string_view& text) const override {
+		StoredItemView item;
+		if (!Find(name, item)) return Peek::Absent;
+		WORD type;
+		std::memcpy(&type, item.block, sizeof type);
+		if (type != TYPE_TEXT) return Peek::Other;
+		text = std::string_view(reinterpret_cast<const char*>(item.block + sizeof type), item.blockLength - sizeof type);
+		return Peek::OneText;
+	}
+
+private:
+	// The first summary item of that name.
+	bool Find(std::string_view name, StoredItemView& out) const {
 		bool found = false;
 		ForEachStoredItem(summary_, size_, [&](const StoredItemView& item) {
-			if (!NameEquals(item.name, name)) return true;
+			if (item.name.size() != name.size() || !NameEquals(item.name, name)) return true;
 			found = true;
-			Fill(item, out);
+			out = item;
 			return false;
 		});
 		return found;
 	}
 
-private:
 	static void Fill(const StoredItemView& item, fml::Value& out) {
 		WORD type;
 		std::memcpy(&type, item.block, sizeof type);
