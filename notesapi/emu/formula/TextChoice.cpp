@@ -72,7 +72,9 @@ bool DecideTextChoice(const Program::Compiled& compiled, const FieldSource& sour
             return false;
     }
     selected = std::any_of(choice.folded.begin(), choice.folded.end(),
-                           [&](const std::string& folded) { return lmbcs::AsciiFoldsTo(text, folded); });
+                           [&](const std::string& folded) {
+                               return folded.size() == text.size() && lmbcs::AsciiFoldsTo(text, folded);
+                           });
     return true;
 }
 
