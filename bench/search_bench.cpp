@@ -146,7 +146,8 @@ class Stopwatch {
 public:
     Stopwatch() : wall_(std::chrono::steady_clock::now()), cpu_(CpuSeconds()) {}
     Timing Elapsed() const {
-        return {std::chrono::duration<double>(std::chrono::steady_clock::now() - wall_).count(), CpuSeconds() - cpu_};
+        return {std::chrono::duration<double>(std::chrono::steady_clock::now() - wall_).count(),
+                CpuSeconds() - cpu_};
     }
 
 private:
@@ -158,7 +159,8 @@ private:
 Timing TimeSearch(DBHANDLE db, FORMULAHANDLE formula) {
     long long matches = 0;
     Stopwatch watch;
-    if (STATUS s = NSFSearch(db, formula, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, CountMatch, &matches, nullptr))
+    if (STATUS s =
+            NSFSearch(db, formula, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, CountMatch, &matches, nullptr))
         Fail("NSFSearch", s);
     Timing timing = watch.Elapsed();
     gSearchMatches = matches;
@@ -227,14 +229,17 @@ Timing TimeScan(sqlite3_stmt* st) {
 // Times in seconds, printed as rates.
 void PrintRates(const char* name, const std::vector<double>& wall, const std::vector<double>& cpu) {
     rpxbench::Spread w = rpxbench::SpreadOf(wall), c = rpxbench::SpreadOf(cpu);
-    std::printf("%-16s %10.0f notes/s median (middle half %.0f .. %.0f, range %.0f .. %.0f); CPU %.0f notes/s\n",
-                name, gDocs / w.median, gDocs / w.q3, gDocs / w.q1, gDocs / w.high, gDocs / w.low, gDocs / c.median);
+    std::printf(
+        "%-16s %10.0f notes/s median (middle half %.0f .. %.0f, range %.0f .. %.0f); CPU %.0f notes/s\n",
+        name, gDocs / w.median, gDocs / w.q3, gDocs / w.q1, gDocs / w.high, gDocs / w.low, gDocs / c.median);
 }
 
 void PrintRatios(const char* what, const std::vector<double>& ratios) {
     rpxbench::Spread r = rpxbench::SpreadOf(ratios);
-    std::printf("ratio search/scan, %-4s %.2f median of the runs' ratios (middle half %.2f .. %.2f, range %.2f .. %.2f)\n",
-                what, r.median, r.q1, r.q3, r.low, r.high);
+    std::printf(
+        "ratio search/scan, %-4s %.2f median of the runs' ratios (middle half %.2f .. %.2f, range %.2f .. "
+        "%.2f)\n",
+        what, r.median, r.q1, r.q3, r.low, r.high);
 }
 
 }  // namespace
@@ -281,7 +286,9 @@ int main(int argc, char** argv) {
     TimeScan(st);
     constexpr long long kMaxRuns = 1000;
     const auto start = std::chrono::steady_clock::now();
-    auto measuring = [&] { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(); };
+    auto measuring = [&] {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    };
     for (long long i = 0; i < kMaxRuns && (i < gRuns || measuring() < static_cast<double>(gSeconds)); ++i) {
         Timing search, scan;
         if (i % 2 == 0) {

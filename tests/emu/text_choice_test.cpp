@@ -90,14 +90,29 @@ std::unique_ptr<Program> MustCompile(const std::string& source) {
 // Form values of every kind a field can have; Subject varies too, for the formulas that read it.
 std::vector<PeekingNote> VariedNotes() {
     const std::vector<Value> forms = {
-        Texts({"dictionary"}), Texts({"DICTIONARY"}), Texts({"Dictionary "}), Texts({"dict"}),
-        Texts({"entity"}), Texts({"EnTiTy"}), Texts({""}), Texts({"rule"}),
-        Texts({"dic\ttionary"}), Texts({"dictionary\n"}),
-        Texts({"entit\x82"}), Texts({"ENTIT\x90"}),     // LMBCS e-acute and E-acute
-        Texts({"\x14\x21\x2A"}), Texts({"k"}), Texts({"K"}),  // the Kelvin sign folds to k
+        Texts({"dictionary"}),
+        Texts({"DICTIONARY"}),
+        Texts({"Dictionary "}),
+        Texts({"dict"}),
+        Texts({"entity"}),
+        Texts({"EnTiTy"}),
+        Texts({""}),
+        Texts({"rule"}),
+        Texts({"dic\ttionary"}),
+        Texts({"dictionary\n"}),
+        Texts({"entit\x82"}),
+        Texts({"ENTIT\x90"}),  // LMBCS e-acute and E-acute
+        Texts({"\x14\x21\x2A"}),
+        Texts({"k"}),
+        Texts({"K"}),                             // the Kelvin sign folds to k
         Texts({std::string("\x14\x00\x41", 3)}),  // "A" written in the Unicode group
-        Texts({"rule", "Entity"}), Texts({"DICTIONARY"}), Texts({"rule", "template"}), Texts({}),
-        Numbers({5}), Numbers({}), Value{Value::Kind::Error, {}, {}},
+        Texts({"rule", "Entity"}),
+        Texts({"DICTIONARY"}),
+        Texts({"rule", "template"}),
+        Texts({}),
+        Numbers({5}),
+        Numbers({}),
+        Value{Value::Kind::Error, {}, {}},
     };
     std::vector<PeekingNote> notes;
     for (size_t i = 0; i < forms.size(); ++i) {
@@ -151,7 +166,9 @@ TEST(TextChoice, EveryNoteGetsTheEvaluatorsAnswer) {
 TEST(TextChoice, AnswersForTheCommonShape) {
     auto program = MustCompile("Form = \"dictionary\" | Form = \"entity\"");
     ASSERT_NE(program, nullptr);
-    auto selects = [&](Value form) { return emu::formula::Selects(*program, PeekingNote().Set("form", form)); };
+    auto selects = [&](Value form) {
+        return emu::formula::Selects(*program, PeekingNote().Set("form", form));
+    };
     EXPECT_TRUE(selects(Texts({"Dictionary"})));
     EXPECT_TRUE(selects(Texts({"ENTITY"})));
     EXPECT_TRUE(selects(Texts({"rule", "entity"})));

@@ -43,12 +43,14 @@ protected:
 		hidden_ = AddNote(NOTE_CLASS_DOCUMENT, [](NOTEHANDLE note) {  // searches see summary items only
 			NSFItemAppend(note, 0, "Form", 4, TYPE_TEXT, "dictionary", 10);
 		});
-		spelled_ = AddNote(NOTE_CLASS_DOCUMENT, [](NOTEHANDLE note) {  // a number whose bytes spell "template"
+		// A number whose bytes spell "template".
+		spelled_ = AddNote(NOTE_CLASS_DOCUMENT, [](NOTEHANDLE note) {
 			NUMBER number;
 			std::memcpy(&number, "template", sizeof number);
 			NSFItemSetNumber(note, "Form", &number);
 		});
-		design_ = AddNote(NOTE_CLASS_FORM, [](NOTEHANDLE note) { NSFItemSetText(note, "Form", "Entity", MAXWORD); });
+		design_ = AddNote(NOTE_CLASS_FORM,
+		                  [](NOTEHANDLE note) { NSFItemSetText(note, "Form", "Entity", MAXWORD); });
 		deleted_ = AddDocument(db_, {{"Form", "dictionary"}});
 		EXPECT_EQ(NSFNoteDelete(db_, deleted_, 0), NOERROR);
 	}
@@ -71,8 +73,9 @@ protected:
 		std::vector<Report> visits;
 		TIMEDATE earliest;
 		TimeConstant(TIMEDATE_MINIMUM, &earliest);
-		EXPECT_EQ(NSFSearch(db_, f, nullptr, since ? SEARCH_NOTIFYDELETIONS : 0, classMask, since ? &earliest : nullptr,
-		                    CollectVisit, &visits, nullptr),
+		const WORD flags = since ? SEARCH_NOTIFYDELETIONS : 0;
+		EXPECT_EQ(NSFSearch(db_, f, nullptr, flags, classMask, since ? &earliest : nullptr, CollectVisit,
+		                    &visits, nullptr),
 		          NOERROR)
 		    << formula;
 		if (f) OSMemFree(f);
@@ -86,8 +89,8 @@ protected:
 	}
 
 	TestDb db_{"selection.nsf"};
-	NOTEID lower_ = 0, upper_ = 0, mixed_ = 0, trailing_ = 0, other_ = 0, absent_ = 0, empty_ = 0, accented_ = 0;
-	NOTEID list_ = 0, number_ = 0, spelled_ = 0, hidden_ = 0, design_ = 0, deleted_ = 0;
+	NOTEID lower_ = 0, upper_ = 0, mixed_ = 0, trailing_ = 0, other_ = 0, absent_ = 0, empty_ = 0;
+	NOTEID accented_ = 0, list_ = 0, number_ = 0, spelled_ = 0, hidden_ = 0, design_ = 0, deleted_ = 0;
 };
 
 TEST_F(PlatformSelection, FormAgainstTextsSelectsByTheTextRules) {
@@ -97,7 +100,8 @@ TEST_F(PlatformSelection, FormAgainstTextsSelectsByTheTextRules) {
 	EXPECT_EQ(Selected("Form = \"dictionary\" | Form = \"entity\"", NOTE_CLASS_DOCUMENT | NOTE_CLASS_FORM),
 	          (Ids{lower_, upper_, mixed_, list_, design_}));
 	// A missing Form, and one that is no summary item, read as the empty text.
-	EXPECT_EQ(Selected("Form = \"\" | Form = \"rule\"", NOTE_CLASS_DOCUMENT), (Ids{other_, absent_, empty_, list_, hidden_}));
+	EXPECT_EQ(Selected("Form = \"\" | Form = \"rule\"", NOTE_CLASS_DOCUMENT),
+	          (Ids{other_, absent_, empty_, list_, hidden_}));
 	EXPECT_EQ(Selected("Form = \"entit\x82\"", NOTE_CLASS_DOCUMENT), (Ids{accented_}));
 	// A number is no text, whatever its bytes look like.
 	EXPECT_TRUE(Selected("Form = \"template\"", NOTE_CLASS_DOCUMENT).empty());
@@ -108,8 +112,10 @@ TEST_F(PlatformSelection, EquivalentFormulasSelectTheSameNotes) {
 	    {"Form = \"dictionary\" | Form = \"entity\" | @False",
 	     {"Form = \"dictionary\" | Form = \"entity\"", "\"ENTITY\" = form | FORM = \"Dictionary\"",
 	      "SELECT (Form = \"entity\") | (Form = \"dictionary\")"}},
-	    {"Form = \"\" | Form = \"rule\" | @False", {"Form = \"rule\" | Form = \"\"", "\"\" = Form | \"RULE\" = Form"}},
-	    {"Form = \"entit\x82\" | Form = \"dictionary \" | @False", {"Form = \"entit\x82\" | Form = \"dictionary \""}},
+	    {"Form = \"\" | Form = \"rule\" | @False",
+	     {"Form = \"rule\" | Form = \"\"", "\"\" = Form | \"RULE\" = Form"}},
+	    {"Form = \"entit\x82\" | Form = \"dictionary \" | @False",
+	     {"Form = \"entit\x82\" | Form = \"dictionary \""}},
 	    {"Form = \"template\" | Form = \"rule\" | @False", {"Form = \"template\" | Form = \"rule\""}},
 	};
 	for (WORD classMask : {WORD{NOTE_CLASS_DOCUMENT}, WORD{NOTE_CLASS_DOCUMENT | NOTE_CLASS_FORM}}) {
@@ -125,7 +131,8 @@ TEST_F(PlatformSelection, EquivalentFormulasSelectTheSameNotes) {
 	}
 	// The deleted note is reported as a deletion when asked for, never as a match.
 	const std::vector<Report> all = Run("Form = \"dictionary\"", NOTE_CLASS_DOCUMENT, true);
-	const auto stub = std::find_if(all.begin(), all.end(), [&](const Report& r) { return std::get<0>(r) == deleted_; });
+	const auto stub =
+	    std::find_if(all.begin(), all.end(), [&](const Report& r) { return std::get<0>(r) == deleted_; });
 	ASSERT_NE(stub, all.end());
 	EXPECT_TRUE(std::get<1>(*stub) & NOTE_CLASS_NOTIFYDELETION);
 	EXPECT_FALSE(std::get<2>(*stub) & SE_FMATCH);

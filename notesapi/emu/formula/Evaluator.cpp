@@ -375,7 +375,8 @@ Value Evaluate(const Program& program, const FieldSource& source) {
 
 bool Selects(const Program& program, const FieldSource& source) {
     bool selected = false;
-    if (program.compiled().choice.found && DecideTextChoice(program.compiled(), source, selected)) return selected;
+    if (program.compiled().choice.found && DecideTextChoice(program.compiled(), source, selected))
+        return selected;
     ScratchLease lease;
     return IsTrue(Evaluator(program.compiled(), source, lease.get()).Run());
 }

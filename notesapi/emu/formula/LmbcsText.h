@@ -18,14 +18,6 @@ size_t CharLength(std::string_view text, size_t at);
 // exactly when they are equal ignoring case; byte order of the results is code point order.
 void FoldCase(std::string_view text, std::string& out);
 
-
-// True when every byte is a one-byte character that means the same in ASCII.
-bool IsPlainAscii(std::string_view text);
-
-// True when the plain-ASCII `raw` has the caseless form `folded`: for such text that form is its ASCII
-// lower case (FoldCase's own fast path), so no folded copy has to be made.
-bool AsciiFoldsTo(std::string_view raw, std::string_view folded);
-
 // Case mapping that stays in LMBCS (@LowerCase, @UpperCase).
 void ToLower(std::string_view text, std::string& out);
 void ToUpper(std::string_view text, std::string& out);
@@ -35,14 +27,15 @@ bool Contains(std::string_view text, std::string_view part);
 bool Begins(std::string_view text, std::string_view part);
 bool Ends(std::string_view text, std::string_view part);
 
-// Defined here, not in LmbcsText.cpp: a search calls them once or twice per note.
+// The two tests below are defined here, not in LmbcsText.cpp: a search makes them for every note.
 
 inline bool IsPlainAsciiByte(unsigned char byte) {
     return byte < 0x80 && (byte >= 0x20 || byte == 0x00 || byte == 0x09 || byte == 0x0A || byte == 0x0D);
 }
 
-// Eight bytes at a time: a word with no byte of 0x80 or more and none below 0x20 is plain; one with a
-// control byte is looked at byte by byte (some controls are plain).
+// True when every byte is a one-byte character that means the same in ASCII. Eight bytes at a time:
+// a word with no byte of 0x80 or more and none below 0x20 is plain; one with a control byte is looked
+// at byte by byte (some controls are plain).
 inline bool IsPlainAscii(std::string_view text) {
     constexpr uint64_t kOnes = 0x0101010101010101ull, kHighBits = 0x8080808080808080ull;
     const char* p = text.data();
@@ -62,6 +55,8 @@ inline bool IsPlainAscii(std::string_view text) {
     return true;
 }
 
+// True when the plain-ASCII `raw` has the caseless form `folded`: for such text that form is its ASCII
+// lower case (FoldCase's own fast path), so no folded copy has to be made.
 inline bool AsciiFoldsTo(std::string_view raw, std::string_view folded) {
     if (raw.size() != folded.size()) return false;
     for (size_t i = 0; i < raw.size(); ++i) {

@@ -53,7 +53,8 @@ FieldSource::Peek FieldSource::peek(std::string_view, std::string_view&) const {
 
 TextChoice FindTextChoice(const Program::Compiled& compiled) {
     TextChoice choice;
-    if (compiled.nodes.empty() || !Collect(compiled, static_cast<uint32_t>(compiled.nodes.size() - 1), choice))
+    if (compiled.nodes.empty() ||
+        !Collect(compiled, static_cast<uint32_t>(compiled.nodes.size() - 1), choice))
         return TextChoice();
     return choice;
 }
@@ -71,10 +72,9 @@ bool DecideTextChoice(const Program::Compiled& compiled, const FieldSource& sour
         case FieldSource::Peek::Other:
             return false;
     }
-    selected = std::any_of(choice.folded.begin(), choice.folded.end(),
-                           [&](const std::string& folded) {
-                               return folded.size() == text.size() && lmbcs::AsciiFoldsTo(text, folded);
-                           });
+    selected = std::any_of(choice.folded.begin(), choice.folded.end(), [&](const std::string& folded) {
+        return folded.size() == text.size() && lmbcs::AsciiFoldsTo(text, folded);
+    });
     return true;
 }
 

@@ -47,14 +47,16 @@ public:
 		WORD type;
 		std::memcpy(&type, item.block, sizeof type);
 		if (type != TYPE_TEXT) return Peek::Other;
-		text = std::string_view(reinterpret_cast<const char*>(item.block + sizeof type), item.blockLength - sizeof type);
+		text = std::string_view(reinterpret_cast<const char*>(item.block + sizeof type),
+		                        item.blockLength - sizeof type);
 		return Peek::OneText;
 	}
 
 private:
 	// The first summary item of that name.
 	bool Find(std::string_view name, StoredItemView& out) const {
-		return FindStoredItem(summary_, size_, name.size(), [name](std::string_view itemName) { return SameName(itemName, name); }, out);
+		auto named = [name](std::string_view itemName) { return SameName(itemName, name); };
+		return FindStoredItem(summary_, size_, name.size(), named, out);
 	}
 
 	// NameEquals for names of equal length, with the common answers found inline: first bytes that

@@ -115,7 +115,8 @@ bool FindStoredItem(const void* data, size_t size, size_t nameLength, NameTest&&
 		std::memcpy(&length, p + 4, 2);
 		std::memcpy(&blockLength, p + 6, 4);
 		const BYTE* name = p + kHeader;
-		if (static_cast<size_t>(end - name) < static_cast<size_t>(length) + blockLength || blockLength < sizeof(WORD))
+		if (static_cast<size_t>(end - name) < static_cast<size_t>(length) + blockLength ||
+		    blockLength < sizeof(WORD))
 			return false;
 		std::string_view itemName(reinterpret_cast<const char*>(name), length);
 		if (length == nameLength && test(itemName)) {
