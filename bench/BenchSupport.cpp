@@ -84,6 +84,15 @@ Spread SpreadOf(std::vector<double> samples) {
     std::sort(samples.begin(), samples.end());
     size_t n = samples.size();
     spread.median = n % 2 ? samples[n / 2] : (samples[n / 2 - 1] + samples[n / 2]) / 2;
+    // Quartiles by linear interpolation between the closest ranks.
+    auto quantile = [&](double q) {
+        double rank = q * static_cast<double>(n - 1);
+        size_t below = static_cast<size_t>(rank);
+        size_t above = std::min(below + 1, n - 1);
+        return samples[below] + (rank - static_cast<double>(below)) * (samples[above] - samples[below]);
+    };
+    spread.q1 = quantile(0.25);
+    spread.q3 = quantile(0.75);
     spread.low = samples.front();
     spread.high = samples.back();
     return spread;

@@ -25,9 +25,10 @@ struct ProcessRun {
 // Runs argv[0] (searched on PATH) with its arguments; output goes where ours goes unless quiet.
 ProcessRun RunProcess(const std::vector<std::string>& argv, bool quiet = false);
 
-// Median, smallest and largest of a set of samples.
+// Median, quartiles, smallest and largest of a set of samples.
 struct Spread {
     double median = 0, low = 0, high = 0;
+    double q1 = 0, q3 = 0;  // the middle half of the samples lies between them
 };
 Spread SpreadOf(std::vector<double> samples);
 

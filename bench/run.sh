@@ -31,7 +31,7 @@ if [[ $quick == 1 ]]; then
   export RPX_BENCH_DIR="$data"
   bench="$build/bench"
   echo "== search (quick)"
-  "$bench/search_bench" --docs=2000 --runs=3
+  "$bench/search_bench" --docs=2000 --runs=3 --seconds=1
   echo "== copy (quick)"
   "$bench/copy_bench" --copy-mb=8 --runs=2 --uncached-runs=1
   echo "== whole patch (quick)"

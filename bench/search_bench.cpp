@@ -2,15 +2,19 @@
 // against the fastest a reader of the same file could go, a plain SQLite scan that reads the same
 // rows and finds the same items by itself.
 //
-//   search_bench [--docs=N] [--runs=N]   (or RPX_BENCH_DOCS, RPX_BENCH_SEARCH_RUNS; 1,000,000 and 15)
+//   search_bench [--docs=N] [--runs=N] [--seconds=S]
+//   (or RPX_BENCH_DOCS, RPX_BENCH_SEARCH_RUNS, RPX_BENCH_SEARCH_SECONDS; 1,000,000, 15 and 60)
 //
-// Both run in turns, the order alternating, after one warm-up run each; the program prints the
-// median and the range of each and the median of the runs' ratios.
+// Both run in turns, the order alternating, after one warm-up run each: at least --runs pairs,
+// more until --seconds of measuring have passed. Each run's wall and CPU time are taken; the
+// program prints the median and spread of each and the median, middle half and range of the
+// runs' ratios, by wall time (the goal) and by CPU time (steadier on a busy machine).
 //
 // The database is made once through the public API and kept in the data folder
 // (RPX_BENCH_DIR, else build/.../bench-data) as search-N.nsf; later runs reuse it.
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -38,6 +42,7 @@ constexpr const char* kFormula = "Form=\"dictionary\" | Form=\"entity\"";
 
 long long gDocs = 0;
 long long gRuns = 0;
+long long gSeconds = 0;
 std::string gPath;       // absolute path of the database file
 std::string gNotesPath;  // the same, relative to the data directory
 long long gSearchMatches = -1;
@@ -126,19 +131,40 @@ STATUS LNCALLBACK CountMatch(void* parameter, SEARCH_MATCH* match, ITEM_TABLE*) 
     return NOERROR;
 }
 
-double Seconds(std::chrono::steady_clock::time_point start) {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+// Wall and CPU time of one run, in seconds.
+struct Timing {
+    double wall = 0, cpu = 0;
+};
+
+double CpuSeconds() {
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
-// One NSFSearch over the whole database; its time in seconds.
-double TimeSearch(DBHANDLE db, FORMULAHANDLE formula) {
+class Stopwatch {
+public:
+    Stopwatch() : wall_(std::chrono::steady_clock::now()), cpu_(CpuSeconds()) {}
+    Timing Elapsed() const {
+        return {std::chrono::duration<double>(std::chrono::steady_clock::now() - wall_).count(),
+                CpuSeconds() - cpu_};
+    }
+
+private:
+    std::chrono::steady_clock::time_point wall_;
+    double cpu_;
+};
+
+// One NSFSearch over the whole database.
+Timing TimeSearch(DBHANDLE db, FORMULAHANDLE formula) {
     long long matches = 0;
-    auto start = std::chrono::steady_clock::now();
-    if (STATUS s = NSFSearch(db, formula, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, CountMatch, &matches, nullptr))
+    Stopwatch watch;
+    if (STATUS s =
+            NSFSearch(db, formula, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, CountMatch, &matches, nullptr))
         Fail("NSFSearch", s);
-    double seconds = Seconds(start);
+    Timing timing = watch.Elapsed();
     gSearchMatches = matches;
-    return seconds;
+    return timing;
 }
 
 // ---- The raw scan ----------------------------------------------------------------------------
@@ -179,10 +205,10 @@ std::string_view SummaryText(const unsigned char* p, size_t size, std::string_vi
     return std::string_view();
 }
 
-// One scan of the whole table; its time in seconds.
-double TimeScan(sqlite3_stmt* st) {
+// One scan of the whole table.
+Timing TimeScan(sqlite3_stmt* st) {
     long long matches = 0;
-    auto start = std::chrono::steady_clock::now();
+    Stopwatch watch;
     while (sqlite3_step(st) == SQLITE_ROW) {
         const auto* head = static_cast<const unsigned char*>(sqlite3_column_blob(st, 1));
         if (!head || sqlite3_column_bytes(st, 1) < 4) continue;
@@ -195,15 +221,25 @@ double TimeScan(sqlite3_stmt* st) {
         if (EqualsIgnoringCase(form, "dictionary") || EqualsIgnoringCase(form, "entity")) ++matches;
     }
     sqlite3_reset(st);
-    double seconds = Seconds(start);
+    Timing timing = watch.Elapsed();
     gScanMatches = matches;
-    return seconds;
+    return timing;
 }
 
-void PrintSpread(const char* name, const std::vector<double>& seconds) {
-    rpxbench::Spread spread = rpxbench::SpreadOf(seconds);
-    std::printf("%-16s %12.0f notes/s median  (%.0f .. %.0f over %zu runs)\n", name, gDocs / spread.median,
-                gDocs / spread.high, gDocs / spread.low, seconds.size());
+// Times in seconds, printed as rates.
+void PrintRates(const char* name, const std::vector<double>& wall, const std::vector<double>& cpu) {
+    rpxbench::Spread w = rpxbench::SpreadOf(wall), c = rpxbench::SpreadOf(cpu);
+    std::printf(
+        "%-16s %10.0f notes/s median (middle half %.0f .. %.0f, range %.0f .. %.0f); CPU %.0f notes/s\n",
+        name, gDocs / w.median, gDocs / w.q3, gDocs / w.q1, gDocs / w.high, gDocs / w.low, gDocs / c.median);
+}
+
+void PrintRatios(const char* what, const std::vector<double>& ratios) {
+    rpxbench::Spread r = rpxbench::SpreadOf(ratios);
+    std::printf(
+        "ratio search/scan, %-4s %.2f median of the runs' ratios (middle half %.2f .. %.2f, range %.2f .. "
+        "%.2f)\n",
+        what, r.median, r.q1, r.q3, r.low, r.high);
 }
 
 }  // namespace
@@ -211,8 +247,9 @@ void PrintSpread(const char* name, const std::vector<double>& seconds) {
 int main(int argc, char** argv) {
     gDocs = rpxbench::Setting(argc, argv, "docs", "RPX_BENCH_DOCS", 1000000);
     gRuns = rpxbench::Setting(argc, argv, "runs", "RPX_BENCH_SEARCH_RUNS", 15);
+    gSeconds = rpxbench::Setting(argc, argv, "seconds", "RPX_BENCH_SEARCH_SECONDS", 60);
     if (argc > 1) {
-        std::fprintf(stderr, "usage: search_bench [--docs=N] [--runs=N]\n");
+        std::fprintf(stderr, "usage: search_bench [--docs=N] [--runs=N] [--seconds=S]\n");
         return 2;
     }
     std::string folder = rpxbench::DataFolder();
@@ -244,11 +281,16 @@ int main(int argc, char** argv) {
     }
 
     // Interleaved, the order alternating, so that a busy moment of the machine falls on both.
-    std::vector<double> searchTimes, scanTimes, ratios;
+    std::vector<double> searchWall, searchCpu, scanWall, scanCpu, wallRatios, cpuRatios;
     TimeSearch(db, formula);  // warm-up of both
     TimeScan(st);
-    for (long long i = 0; i < gRuns; ++i) {
-        double search, scan;
+    constexpr long long kMaxRuns = 1000;
+    const auto start = std::chrono::steady_clock::now();
+    auto measuring = [&] {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    };
+    for (long long i = 0; i < kMaxRuns && (i < gRuns || measuring() < static_cast<double>(gSeconds)); ++i) {
+        Timing search, scan;
         if (i % 2 == 0) {
             search = TimeSearch(db, formula);
             scan = TimeScan(st);
@@ -256,9 +298,12 @@ int main(int argc, char** argv) {
             scan = TimeScan(st);
             search = TimeSearch(db, formula);
         }
-        searchTimes.push_back(search);
-        scanTimes.push_back(scan);
-        ratios.push_back(scan / search);
+        searchWall.push_back(search.wall);
+        searchCpu.push_back(search.cpu);
+        scanWall.push_back(scan.wall);
+        scanCpu.push_back(scan.cpu);
+        wallRatios.push_back(scan.wall / search.wall);
+        if (search.cpu > 0) cpuRatios.push_back(scan.cpu / search.cpu);
     }
     sqlite3_finalize(st);
     sqlite3_close(raw);
@@ -266,12 +311,13 @@ int main(int argc, char** argv) {
     NSFDbClose(db);
     NotesTerm();
 
-    std::printf("\nformula: %s, %lld documents, %lld interleaved runs each\n", kFormula, gDocs, gRuns);
-    PrintSpread("NSFSearch:", searchTimes);
-    PrintSpread("raw SQLite scan:", scanTimes);
-    rpxbench::Spread ratio = rpxbench::SpreadOf(ratios);
-    std::printf("ratio search/scan: %.2f median of the runs' ratios (%.2f .. %.2f; goal >= 0.80)\n", ratio.median,
-                ratio.low, ratio.high);
+    std::printf("\nformula: %s, %lld documents, %zu interleaved runs each (%.0f s)\n", kFormula, gDocs,
+                searchWall.size(), measuring());
+    PrintRates("NSFSearch:", searchWall, searchCpu);
+    PrintRates("raw SQLite scan:", scanWall, scanCpu);
+    PrintRatios("wall:", wallRatios);
+    PrintRatios("CPU:", cpuRatios);
+    std::printf("goal: the wall-time ratio's median >= 0.80\n");
     std::printf("matches: %lld (search), %lld (scan)\n", gSearchMatches, gScanMatches);
     if (gSearchMatches != gScanMatches) {
         std::fprintf(stderr, "the search and the scan disagree on the number of matches\n");

@@ -154,6 +154,33 @@ TEST_F(PlatformSearch, ChangesMadeByTheCallbackDoNotDisturbTheWalk) {
 	EXPECT_EQ(visits.size(), 3u + 2u);  // four less the deleted one, plus two new
 }
 
+struct GrowingWalk {
+	DBHANDLE db;
+	std::vector<NOTEID> seen;
+};
+
+STATUS LNCALLBACK AddANoteForTheFirstTen(void* param, SEARCH_MATCH* match, ITEM_TABLE*) {
+	auto* walk = static_cast<GrowingWalk*>(param);
+	SEARCH_MATCH m;
+	std::memcpy(&m, match, sizeof m);
+	walk->seen.push_back(m.ID.NoteID);
+	if (walk->seen.size() <= 10) AddDocument(walk->db, {{"Form", "dictionary"}});
+	return NOERROR;
+}
+
+// Long enough that the walk cannot have read every note before the first callback.
+TEST(PlatformSearchLongWalk, NotesCreatedDuringTheWalkAreNotVisited) {
+	TestDb db("long_walk.nsf");
+	std::vector<NOTEID> before;
+	for (int i = 0; i < 3000; ++i) before.push_back(AddDocument(db, {{"Form", "dictionary"}}));
+	FORMULAHANDLE f = Compile("Form=\"dictionary\"");
+	GrowingWalk walk{db, {}};
+	ASSERT_EQ(NSFSearch(db, f, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, AddANoteForTheFirstTen, &walk, nullptr),
+	          NOERROR);
+	OSMemFree(f);
+	EXPECT_EQ(walk.seen, before);
+}
+
 STATUS LNCALLBACK StopAtSecond(void* param, SEARCH_MATCH*, ITEM_TABLE*) {
 	int* calls = static_cast<int*>(param);
 	return ++*calls == 2 ? ERR_NOTE_DELETED : NOERROR;

@@ -84,7 +84,9 @@ bool HasValidShape(const Node& node, const Program::Compiled& compiled) {
 
 }  // namespace
 
-Program::Program(std::unique_ptr<Compiled> compiled) : compiled_(std::move(compiled)) {}
+Program::Program(std::unique_ptr<Compiled> compiled) : compiled_(std::move(compiled)) {
+    compiled_->choice = FindTextChoice(*compiled_);
+}
 Program::~Program() = default;
 
 uint32_t InternField(Program::Compiled& compiled, std::string_view name) {

@@ -63,6 +63,15 @@ struct Slot {
     mutable bool foldedReady = false;
 };
 
+// A formula that only asks whether one field equals one of some texts: F = "a" | F = "b" : "c", the
+// constants on either side, "|" grouped in any way. For a field that is absent or a single plain-ASCII
+// text the answer needs no evaluation: it is selected when the text equals a constant ignoring case.
+struct TextChoice {
+    bool found = false;
+    uint32_t field = 0;
+    std::vector<std::string> folded;  // the constants' caseless forms
+};
+
 struct Program::Compiled {
     std::string source;
     std::vector<std::string> fieldNames;  // as first written in the source
@@ -70,6 +79,7 @@ struct Program::Compiled {
     std::vector<Slot> literals;           // folded when built
     std::vector<Node> nodes;
     std::vector<Child> children;
+    TextChoice choice;  // derived from the tree when the Program is made; not stored
 };
 
 // Adds a field (matched case-insensitively) and returns its index.
@@ -78,6 +88,10 @@ uint32_t InternField(Program::Compiled& compiled, std::string_view name);
 void FoldLiteral(Slot& literal);
 // Arity, index ranges, tree shape and depth: true when `compiled` can be evaluated safely.
 bool IsWellFormed(const Program::Compiled& compiled);
+// The TextChoice shape of a well-formed formula (found is false when it has another shape).
+TextChoice FindTextChoice(const Program::Compiled& compiled);
+// Decides a TextChoice formula from source.peek(); false when the field needs a full evaluation.
+bool DecideTextChoice(const Program::Compiled& compiled, const FieldSource& source, bool& selected);
 
 }  // namespace emu::formula
 

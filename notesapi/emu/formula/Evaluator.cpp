@@ -91,18 +91,6 @@ bool AnyPair(CompareOp op, const std::vector<T>& a, const std::vector<T>& b) {
     return false;
 }
 
-// `raw` equals the caseless form `folded` when `raw` is plain ASCII: its caseless form is then its
-// ASCII lower case (FoldCase's own fast path), so no folded copy has to be made.
-bool AsciiFoldsTo(const std::string& raw, const std::string& folded) {
-    if (raw.size() != folded.size()) return false;
-    for (size_t i = 0; i < raw.size(); ++i) {
-        char c = raw[i];
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-        if (c != folded[i]) return false;
-    }
-    return true;
-}
-
 // Every element of `texts` against every element of `parts`.
 template <typename Test>
 bool AnyCombination(const std::vector<std::string>& texts, const std::vector<std::string>& parts, Test test) {
@@ -252,9 +240,9 @@ bool Evaluator::TextsEqual(CompareOp op, const Slot& left, const Slot& right) {
         const size_t x = std::min(i, a.size() - 1), y = std::min(i, b.size() - 1);
         bool equal;
         if (!left.foldedReady && right.foldedReady && lmbcs::IsPlainAscii(a[x]))
-            equal = AsciiFoldsTo(a[x], right.folded[y]);
+            equal = lmbcs::AsciiFoldsTo(a[x], right.folded[y]);
         else if (!right.foldedReady && left.foldedReady && lmbcs::IsPlainAscii(b[y]))
-            equal = AsciiFoldsTo(b[y], left.folded[x]);
+            equal = lmbcs::AsciiFoldsTo(b[y], left.folded[x]);
         else
             equal = Folded(left)[x] == Folded(right)[y];
         if (equal == (op == CompareOp::Equal)) return true;
@@ -386,6 +374,9 @@ Value Evaluate(const Program& program, const FieldSource& source) {
 }
 
 bool Selects(const Program& program, const FieldSource& source) {
+    bool selected = false;
+    if (program.compiled().choice.found && DecideTextChoice(program.compiled(), source, selected))
+        return selected;
     ScratchLease lease;
     return IsTrue(Evaluator(program.compiled(), source, lease.get()).Run());
 }

@@ -37,6 +37,13 @@ public:
     // case-insensitively). Returns false when the note has no such item. `out` still holds an earlier
     // value: overwrite all of it, reusing its vectors and strings, so that a search need not allocate.
     virtual bool field(std::string_view name, Value& out) const = 0;
+
+    // A look at a field without building its value, for formulas that only compare one field with
+    // texts: Absent when the note has no such item, OneText (`text` viewing its bytes, valid while
+    // the note is) when its value is a single text, Other otherwise or when the source cannot tell.
+    // What it reports must agree with field(); a source that does not implement it loses nothing.
+    enum class Peek { Absent, OneText, Other };
+    virtual Peek peek(std::string_view name, std::string_view& text) const;
 };
 
 // status: kErrFormulaCompilation; line/column 1-based (column counts LMBCS characters), offset and

@@ -148,15 +148,6 @@ size_t CharLength(std::string_view text, size_t at) {
     return std::min(length, remaining);
 }
 
-bool IsPlainAscii(std::string_view text) {
-    for (char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x80 || (byte < 0x20 && byte != 0x00 && byte != 0x09 && byte != 0x0A && byte != 0x0D))
-            return false;
-    }
-    return true;
-}
-
 void FoldCase(std::string_view text, std::string& out) {
     MapCase(CaseMapping::Fold, text, out);
 }

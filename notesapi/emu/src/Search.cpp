@@ -35,17 +35,38 @@ public:
 	SummaryFields(const void* summary, size_t size) : summary_(summary), size_(size) {}
 
 	bool field(std::string_view name, fml::Value& out) const override {
-		bool found = false;
-		ForEachStoredItem(summary_, size_, [&](const StoredItemView& item) {
-			if (!NameEquals(item.name, name)) return true;
-			found = true;
-			Fill(item, out);
-			return false;
-		});
-		return found;
+		StoredItemView item;
+		if (!Find(name, item)) return false;
+		Fill(item, out);
+		return true;
+	}
+
+	Peek peek(std::string_view name, std::string_view& text) const override {
+		StoredItemView item;
+		if (!Find(name, item)) return Peek::Absent;
+		WORD type;
+		std::memcpy(&type, item.block, sizeof type);
+		if (type != TYPE_TEXT) return Peek::Other;
+		text = std::string_view(reinterpret_cast<const char*>(item.block + sizeof type),
+		                        item.blockLength - sizeof type);
+		return Peek::OneText;
 	}
 
 private:
+	// The first summary item of that name.
+	bool Find(std::string_view name, StoredItemView& out) const {
+		auto named = [name](std::string_view itemName) { return SameName(itemName, name); };
+		return FindStoredItem(summary_, size_, name.size(), named, out);
+	}
+
+	// NameEquals for names of equal length, with the common answers found inline: first bytes that
+	// differ in more than the ASCII case bit, the same bytes.
+	static bool SameName(std::string_view itemName, std::string_view name) {
+		if (name.empty()) return true;
+		if (((itemName[0] ^ name[0]) & ~0x20) != 0) return false;
+		return std::memcmp(itemName.data(), name.data(), name.size()) == 0 || NameEquals(itemName, name);
+	}
+
 	static void Fill(const StoredItemView& item, fml::Value& out) {
 		WORD type;
 		std::memcpy(&type, item.block, sizeof type);
@@ -103,14 +124,15 @@ struct Row {
 	size_t summarySize;
 };
 
-// A plain range scan of the table: class and deletion are tested here, in
-// C++, which keeps SQLite's work per row at that of a bare scan.
-const char* kBatch = "SELECT id, head, summary FROM notes WHERE id > ?1 AND id <= ?2 ORDER BY id";
+// A plain range scan of the table: the end of the walk, class and deletion
+// are tested here, in C++, which keeps SQLite's work per row at that of a
+// bare scan.
+const char* kBatch = "SELECT id, head, summary FROM notes WHERE id > ?1 ORDER BY id";
 const char* kOneNote = "SELECT id, head, summary FROM notes WHERE id = ?1";
 
-// Reads the row's header; false when the walk does not report such notes.
+// Reads the row's header (row.id is set); false when the walk does not
+// report such notes.
 bool ReadRow(const Walk& walk, sqlite3_stmt* st, Row& row) {
-	row.id = static_cast<NOTEID>(sqlite3_column_int64(st, 0));
 	const void* head = sqlite3_column_blob(st, 1);
 	if (!head || static_cast<size_t>(sqlite3_column_bytes(st, 1)) < sizeof(NoteHead)) return false;
 	std::memcpy(&row.head, head, sizeof(NoteHead));
@@ -158,16 +180,20 @@ STATUS ReadBatch(const Walk& walk, NOTEID& lastId, NOTEID maxId, std::vector<Can
 	sqlite3_stmt* st = walk.file->Prepare(kBatch);
 	if (!st) return ERR_IOERROR;
 	sqlite3_bind_int64(st, 1, lastId);
-	sqlite3_bind_int64(st, 2, maxId);
 	batch.clear();
 	size_t rows = 0;
 	int rc = SQLITE_DONE;
 	Candidate candidate;
 	Row row;
 	while (rows < kBatchSize && (rc = sqlite3_step(st)) == SQLITE_ROW) {
+		const sqlite3_int64 id = sqlite3_column_int64(st, 0);
+		if (id > maxId) {  // notes made since the walk began
+			rc = SQLITE_DONE;
+			break;
+		}
 		++rows;
+		row.id = lastId = static_cast<NOTEID>(id);
 		if (ReadRow(walk, st, row) && Consider(walk, row, candidate)) batch.push_back(std::move(candidate));
-		lastId = row.id;
 	}
 	more = rows == kBatchSize;
 	sqlite3_reset(st);
@@ -180,6 +206,7 @@ bool Refresh(const Walk& walk, Candidate& candidate) {
 	if (!st) return false;
 	sqlite3_bind_int64(st, 1, candidate.match.ID.NoteID);
 	Row row;
+	row.id = candidate.match.ID.NoteID;
 	bool keep = sqlite3_step(st) == SQLITE_ROW && ReadRow(walk, st, row) && Consider(walk, row, candidate);
 	sqlite3_reset(st);
 	return keep;

@@ -228,7 +228,9 @@ bool NameEquals(std::string_view a, std::string_view b) {
 	if (a.size() != b.size()) return false;
 	for (size_t i = 0; i < a.size(); ++i) {
 		unsigned char x = static_cast<unsigned char>(a[i]), y = static_cast<unsigned char>(b[i]);
-		if (x != y && !(x < 0x80 && y < 0x80 && std::toupper(x) == std::toupper(y))) return false;
+		// ASCII letters only, whatever the process locale says about case.
+		const bool letter = (x | 0x20) >= 'a' && (x | 0x20) <= 'z';
+		if (x != y && !(letter && (x ^ 0x20) == y)) return false;
 	}
 	return true;
 }
