@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Formula.h"
+#include "FormulaValues.h"
 
 namespace {
 
@@ -16,6 +17,9 @@ using emu::formula::CompileError;
 using emu::formula::FieldSource;
 using emu::formula::Program;
 using emu::formula::Value;
+using formula_test::Numbers;
+using formula_test::Texts;
+using formula_test::Upper;
 
 // Allocations made on this thread while counting is on (see EvaluationDoesNotAllocateOnceWarm).
 thread_local bool countAllocations = false;
@@ -36,20 +40,6 @@ void operator delete(void* p, size_t) noexcept {
 }
 
 namespace {
-
-Value Texts(std::vector<std::string> texts) {
-    Value v;
-    v.kind = Value::Kind::Text;
-    v.texts = std::move(texts);
-    return v;
-}
-
-Value Numbers(std::vector<double> numbers) {
-    Value v;
-    v.kind = Value::Kind::Number;
-    v.numbers = std::move(numbers);
-    return v;
-}
 
 // A note: items matched case-blind, as the database core does. Counts lookups.
 class Note : public FieldSource {
@@ -72,10 +62,6 @@ public:
     mutable int lookups = 0;
 
 private:
-    static std::string Upper(std::string s) {
-        for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-        return s;
-    }
     std::map<std::string, Value> items_;
 };
 

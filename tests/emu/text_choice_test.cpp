@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Formula.h"
+#include "FormulaValues.h"
 
 namespace {
 
@@ -17,27 +18,9 @@ using emu::formula::CompileError;
 using emu::formula::FieldSource;
 using emu::formula::Program;
 using emu::formula::Value;
-
-Value Texts(std::vector<std::string> texts) {
-    Value v;
-    v.kind = Value::Kind::Text;
-    v.texts = std::move(texts);
-    return v;
-}
-
-Value Numbers(std::vector<double> numbers) {
-    Value v;
-    v.kind = Value::Kind::Number;
-    v.numbers = std::move(numbers);
-    return v;
-}
-
-std::string Upper(std::string s) {
-    for (char& c : s) {
-        if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-    }
-    return s;
-}
+using formula_test::Numbers;
+using formula_test::Texts;
+using formula_test::Upper;
 
 // A note whose items are found case-blind, offering peeks as a database core does: a single text is
 // shown, anything else is left to field(). Counts both kinds of reads.
