@@ -131,7 +131,6 @@ void prepareForCopy(FILE* in, FILE* out) {
 // the rest and reports any error as a stream copy does.
 void copyInKernel(FILE* in, FILE* out) {
     constexpr size_t kMostPerCall = size_t(1) << 30;
-    prepareForCopy(in, out);
     off_t copied = 0;
     for (;;) {
         ssize_t count = copy_file_range(fileno(in), nullptr, fileno(out), nullptr, kMostPerCall, 0);
@@ -168,6 +167,7 @@ int streamCopy(const char* source, const char* destination) {
     // Unbuffered: each chunk goes out in one write. The stream's own small buffer would split
     // every chunk in two and leave all later writes misaligned with the file's pages.
     setvbuf(out, nullptr, _IONBF, 0);
+    prepareForCopy(in, out);
     copyInKernel(in, out);
     int status = pumpFile(in, out, buffer.get());
     fclose(in);

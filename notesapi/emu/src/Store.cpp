@@ -288,9 +288,9 @@ STATUS DbFile::SetBulkLoad(bool on) {
 	if (on == bulkLoad_) return NOERROR;
 	if (on) {
 		if (transactionDepth_ != 0) return ERR_LOCK;
-		// A file being made is written once, straight into place: nobody else sees it yet, and
-		// the tools discard a file whose making was cut short.
-		// Only the last group's commit flushes the file to disk.
+		// A file being made is written once, straight into place, and only the last group's
+		// commit flushes it: nobody else sees it yet, and the tools discard a file whose making
+		// was cut short.
 		sqlite3_exec(db_, "PRAGMA journal_mode=MEMORY", nullptr, nullptr, nullptr);
 		sqlite3_exec(db_, "PRAGMA synchronous=OFF", nullptr, nullptr, nullptr);
 		if (STATUS s = Begin()) return s;
@@ -448,18 +448,9 @@ STATUS DbFile::PutRow(const StoredNote& note, const char* sqlText) {
 }
 
 STATUS DbFile::RewriteNote(const StoredNote& note) {
-	EncodedItems items = EncodeNoteItems(note);
-	// The UNID column is left out, so its index is not touched.
-	sqlite3_stmt* st = Prepare("UPDATE notes SET class = ?2, deleted = 0, head = ?3, summary = ?4, body = ?5 WHERE id = ?1");
-	if (!st) return ERR_IOERROR;
-	sqlite3_bind_int64(st, 1, note.id);
-	sqlite3_bind_int(st, 2, note.noteClass);
-	BindStruct(st, 3, HeadOf(note, false));
-	sqlite3_bind_blob(st, 4, items.summary.data(), static_cast<int>(items.summary.size()), SQLITE_STATIC);
-	sqlite3_bind_blob(st, 5, items.body.data(), static_cast<int>(items.body.size()), SQLITE_STATIC);
-	int rc = sqlite3_step(st);
-	sqlite3_reset(st);
-	if (rc != SQLITE_DONE) return SqlStatus(rc);
+	// The UNID (?3) is left out, so its index is not touched.
+	STATUS s = PutRow(note, "UPDATE notes SET class = ?2, deleted = 0, head = ?4, summary = ?5, body = ?6 WHERE id = ?1");
+	if (s) return s;
 	return sqlite3_changes(db_) == 1 ? NOERROR : ERR_INVALID_NOTE;
 }
 

@@ -200,7 +200,8 @@ private:
 	static STATUS OpenConnection(const std::string& path, bool create, sqlite3*& db);
 	// Steps a cached statement that returns no rows; an SQLite result code.
 	int Run(const char* sqlText);
-	// Binds the note's columns in the order of WriteNote's statement and steps it.
+	// Binds the note's columns as ?1 id, ?2 class, ?3 UNID, ?4 header, ?5 summary, ?6 other items
+	// (a statement may leave some out) and steps it.
 	STATUS PutRow(const StoredNote& note, const char* sqlText);
 	STATUS StoreNextNoteId(NOTEID next);
 	STATUS StorePendingNextId();
