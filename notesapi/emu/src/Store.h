@@ -103,33 +103,17 @@ bool ForEachStoredItem(const void* data, size_t size, F&& f) {
 
 // The first item of an encoded blob whose name passes `test` (a cheap
 // length check comes first); false when there is none, or when the blob is
-// damaged before one is found, as ForEachStoredItem would see it.
+// damaged before one is found.
 template <typename NameTest>
 bool FindStoredItem(const void* data, size_t size, size_t nameLength, NameTest&& test, StoredItemView& out) {
-	const BYTE* p = static_cast<const BYTE*>(data);
-	const BYTE* end = p + size;
-	constexpr size_t kHeader = 2 + 2 + 2 + 4;
-	while (static_cast<size_t>(end - p) >= kHeader) {
-		WORD length;
-		DWORD blockLength;
-		std::memcpy(&length, p + 4, 2);
-		std::memcpy(&blockLength, p + 6, 4);
-		const BYTE* name = p + kHeader;
-		if (static_cast<size_t>(end - name) < static_cast<size_t>(length) + blockLength ||
-		    blockLength < sizeof(WORD))
-			return false;
-		std::string_view itemName(reinterpret_cast<const char*>(name), length);
-		if (length == nameLength && test(itemName)) {
-			std::memcpy(&out.ordinal, p, 2);
-			std::memcpy(&out.flags, p + 2, 2);
-			out.name = itemName;
-			out.block = name + length;
-			out.blockLength = blockLength;
-			return true;
-		}
-		p = name + length + blockLength;
-	}
-	return false;
+	bool found = false;
+	ForEachStoredItem(data, size, [&](const StoredItemView& item) {
+		if (item.name.size() != nameLength || !test(item.name)) return true;
+		out = item;
+		found = true;
+		return false;
+	});
+	return found;
 }
 
 class DbFile {
