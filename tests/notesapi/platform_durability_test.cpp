@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "PlatformTest.h"
@@ -31,6 +32,32 @@ int ChangeAndDie(const std::string& path, NOTEID existing) {
 		if (NSFNoteOpen(db, existing, 0, &note) != NOERROR) _exit(4);
 		NSFItemSetText(note, "Subject", "after", MAXWORD);
 		if (NSFNoteUpdate(note, 0) != NOERROR) _exit(5);
+		_exit(0);
+	}
+	int status = -1;
+	if (child < 0 || waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
+	return WEXITSTATUS(status);
+}
+
+// In a child process: rewrites one note `times` times (Subject "1", "2", ...) and adds a
+// document after every hundredth rewrite, then dies without closing anything.
+int RewriteManyTimesAndDie(const std::string& path, NOTEID existing, int times) {
+	pid_t child = fork();
+	if (child == 0) {
+		DBHANDLE db;
+		if (NSFDbOpen(path.c_str(), &db) != NOERROR) _exit(1);
+		NOTEHANDLE note;
+		if (NSFNoteOpen(db, existing, 0, &note) != NOERROR) _exit(2);
+		for (int i = 1; i <= times; ++i) {
+			NSFItemSetText(note, "Subject", std::to_string(i).c_str(), MAXWORD);
+			if (NSFNoteUpdate(note, UPDATE_FORCE) != NOERROR) _exit(3);
+			if (i % 100 != 0) continue;
+			NOTEHANDLE added;
+			if (NSFNoteCreate(db, &added) != NOERROR) _exit(4);
+			NSFItemSetText(added, "Form", "Added", MAXWORD);
+			if (NSFNoteUpdate(added, 0) != NOERROR) _exit(5);
+			NSFNoteClose(added);
+		}
 		_exit(0);
 	}
 	int status = -1;
@@ -85,5 +112,19 @@ TEST(PlatformDurability, AFileCopiedAfterTheLastCloseHoldsEveryChange) {
 	DBHANDLE db;
 	ASSERT_EQ(NSFDbOpen(copy.c_str(), &db), NOERROR);
 	EXPECT_EQ(TextOf(db, existing, "Subject"), "after");
+	NSFDbClose(db);
+}
+
+TEST(PlatformDurability, ALongRunOfChangesOutlivesTheProcessInFullAndInOrder) {
+	NOTEID existing;
+	std::string path = MakeDatabaseWithOneDocument("durable_long_run.nsf", existing);
+	ASSERT_EQ(RewriteManyTimesAndDie(path, existing, 10000), 0);
+
+	std::vector<std::string> forms = FormsOf(path);
+	ASSERT_EQ(forms.size(), 101u);
+	EXPECT_EQ(std::count(forms.begin(), forms.end(), "Added"), 100);
+	DBHANDLE db;
+	ASSERT_EQ(NSFDbOpen(path.c_str(), &db), NOERROR);
+	EXPECT_EQ(TextOf(db, existing, "Subject"), "10000");
 	NSFDbClose(db);
 }

@@ -75,7 +75,7 @@ bool IsDatabaseFile(const std::string& file) {
 
 void DeleteFile(const std::string& file) {
 	::unlink(file.c_str());
-	for (const char* suffix : {"-journal", "-wal", "-shm"}) ::unlink((file + suffix).c_str());
+	for (const char* suffix : {"-journal", "-wal", "-shm", "-redo"}) ::unlink((file + suffix).c_str());
 }
 
 }  // namespace

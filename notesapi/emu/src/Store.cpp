@@ -110,9 +110,13 @@ NoteHead HeadOf(const StoredNote& note, bool deleted) {
 }  // namespace
 
 DbFile::~DbFile() {
+	bool committed = true;
 	if (bulkLoad_) SetBulkLoad(false);
+	else if (groupOpen_) committed = CommitGroup() == NOERROR;
 	for (auto& entry : statements_) sqlite3_finalize(entry.second);
 	sqlite3_close(db_);
+	// A log whose group did not reach the file is kept: the next open applies it.
+	log_.Stop(committed);
 	auto& registry = Registry();
 	auto it = registry.find(path_);
 	if (it != registry.end() && it->second.expired()) registry.erase(it);
@@ -190,6 +194,9 @@ STATUS DbFile::Open(const std::string& path, std::shared_ptr<DbFile>& out) {
 	                kFormatTag;
 	if (st) sqlite3_reset(st);
 	if (!ours) return ERR_NOT_NSF;
+	file->epoch_ = file->ReadEpoch();
+	file->ReplayLog();
+	file->logged_ = true;
 	registry[path] = file;
 	out = std::move(file);
 	return NOERROR;
@@ -220,6 +227,10 @@ constexpr const char* kSavepoint = "SAVEPOINT nested";
 constexpr const char* kRelease = "RELEASE nested";
 constexpr const char* kRollbackTo = "ROLLBACK TO nested";
 
+// Room in the change log, and the share of it after which the group is committed.
+constexpr size_t kLogCapacity = size_t{16} << 20;
+constexpr size_t kLogCommitAt = size_t{12} << 20;
+
 int DbFile::Run(const char* sqlText) {
 	sqlite3_stmt* st = Prepare(sqlText);
 	if (!st) return sqlite3_errcode(db_) == SQLITE_OK ? SQLITE_ERROR : sqlite3_errcode(db_);
@@ -229,14 +240,25 @@ int DbFile::Run(const char* sqlText) {
 }
 
 STATUS DbFile::Begin() {
+	if (transactionDepth_ == 0 && logged_ && !bulkLoad_) {
+		if (!log_.started() && !log_.Start(ChangeLog::PathFor(path_), epoch_, kLogCapacity))
+			logged_ = false;  // no room for a log: each change is committed on its own
+		else if (STATUS s = OpenGroup())
+			return s;
+	}
 	int rc = Run(transactionDepth_ == 0 ? kBegin : kSavepoint);
 	if (rc != SQLITE_OK) return SqlStatus(rc);
-	if (++transactionDepth_ == 2) pendingAtChangeStart_ = pendingNextId_;
+	++transactionDepth_;
+	if (changeDepth() == 1) {
+		pendingAtChangeStart_ = pendingNextId_;
+		record_.clear();
+	}
+	recordMarks_.push_back(record_.size());
 	return NOERROR;
 }
 
 STATUS DbFile::Commit() {
-	if (transactionDepth_ == 0) return NOERROR;
+	if (changeDepth() <= 0) return NOERROR;
 	if (transactionDepth_ > 1) {
 		int rc = Run(kRelease);
 		if (rc != SQLITE_OK) {
@@ -244,15 +266,12 @@ STATUS DbFile::Commit() {
 			return SqlStatus(rc);
 		}
 		--transactionDepth_;
+		recordMarks_.pop_back();
 		++generation_;
-		if (bulkLoad_ && transactionDepth_ == 1 && ++bulkCommits_ >= kBulkGroupSize) return WriteBulkGroup();
-		return NOERROR;
-	}
-	if (STATUS s = StorePendingNextId()) {
-		Rollback();
-		return s;
+		return groupOpen_ && transactionDepth_ == 1 ? EndGroupedChange() : NOERROR;
 	}
 	transactionDepth_ = 0;
+	recordMarks_.clear();
 	int rc = Run(kCommit);
 	if (rc != SQLITE_OK) {
 		Run(kRollback);
@@ -263,49 +282,232 @@ STATUS DbFile::Commit() {
 }
 
 void DbFile::Rollback() {
-	if (transactionDepth_ == 0) return;
+	if (changeDepth() <= 0) return;
 	if (transactionDepth_ > 1) {
 		Run(kRollbackTo);
 		Run(kRelease);
+		record_.resize(recordMarks_.back());
+		recordMarks_.pop_back();
 		if (transactionDepth_-- == 2) pendingNextId_ = pendingAtChangeStart_;
 		return;
 	}
 	transactionDepth_ = 0;
+	recordMarks_.clear();
 	pendingNextId_ = 0;
 	Run(kRollback);
 }
 
+STATUS DbFile::OpenGroup() {
+	int rc = Run(kBegin);
+	if (rc != SQLITE_OK) return SqlStatus(rc);
+	transactionDepth_ = 1;
+	groupOpen_ = true;
+	groupChanges_ = 0;
+	return NOERROR;
+}
+
+STATUS DbFile::CommitGroup() {
+	if (!groupOpen_) return NOERROR;
+	if (transactionDepth_ != 1) return ERR_LOCK;
+	STATUS status = StorePendingNextId();
+	if (status == NOERROR && log_.started()) status = StoreEpoch(epoch_ + 1);
+	int rc = status == NOERROR ? Run(kCommit) : SQLITE_OK;
+	transactionDepth_ = 0;
+	groupOpen_ = false;
+	if (status != NOERROR || rc != SQLITE_OK) {
+		Run(kRollback);
+		pendingNextId_ = 0;
+		return status != NOERROR ? status : SqlStatus(rc);
+	}
+	if (log_.started()) log_.Restart(++epoch_);
+	return NOERROR;
+}
+
+STATUS DbFile::EndGroupedChange() {
+	if (bulkLoad_) return ++groupChanges_ >= kBulkGroupSize ? WriteBulkGroup() : NOERROR;
+	bool inLog = log_.Append(record_);
+	record_.clear();
+	if (inLog && ++groupChanges_ < kGroupChanges && log_.used() < kLogCommitAt) return NOERROR;
+	STATUS status = CommitGroup();
+	if (status == NOERROR) return NOERROR;
+	// The file refused the group: the log still holds its changes, so they are applied again.
+	ReapplyLog();
+	return inLog ? NOERROR : status;
+}
+
 STATUS DbFile::WriteBulkGroup() {
-	bulkCommits_ = 0;
-	if (STATUS s = Commit()) {
+	if (STATUS s = CommitGroup()) {
 		bulkLoad_ = false;
 		return s;
 	}
-	return Begin();
+	return OpenGroup();
 }
 
 STATUS DbFile::SetBulkLoad(bool on) {
 	if (on == bulkLoad_) return NOERROR;
 	if (on) {
-		if (transactionDepth_ != 0) return ERR_LOCK;
+		if (changeDepth() != 0) return ERR_LOCK;
+		if (STATUS s = CommitGroup()) return s;
 		// A file being made is written once, straight into place, and only the last group's
 		// commit flushes it: nobody else sees it yet, and the tools discard a file whose making
 		// was cut short.
 		sqlite3_exec(db_, "PRAGMA journal_mode=MEMORY", nullptr, nullptr, nullptr);
 		sqlite3_exec(db_, "PRAGMA synchronous=OFF", nullptr, nullptr, nullptr);
-		if (STATUS s = Begin()) return s;
+		if (STATUS s = OpenGroup()) return s;
 		// A larger page cache keeps the group's pages in memory until it is written.
 		sqlite3_exec(db_, "PRAGMA cache_size=-65536", nullptr, nullptr, nullptr);
 		bulkLoad_ = true;
-		bulkCommits_ = 0;
 		return NOERROR;
 	}
 	bulkLoad_ = false;
 	sqlite3_exec(db_, "PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr);
-	STATUS status = Commit();
+	STATUS status = CommitGroup();
 	sqlite3_exec(db_, "PRAGMA cache_size=-2000", nullptr, nullptr, nullptr);
 	sqlite3_exec(db_, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr);
 	return status;
+}
+
+uint64_t DbFile::ReadEpoch() {
+	sqlite3_stmt* st = Prepare("SELECT value FROM meta WHERE key = 'changeLogEpoch'");
+	uint64_t epoch = 0;
+	if (st && sqlite3_step(st) == SQLITE_ROW) epoch = static_cast<uint64_t>(sqlite3_column_int64(st, 0));
+	if (st) sqlite3_reset(st);
+	return epoch;
+}
+
+STATUS DbFile::StoreEpoch(uint64_t epoch) {
+	sqlite3_stmt* st = Prepare("INSERT OR REPLACE INTO meta(key, value) VALUES('changeLogEpoch', ?1)");
+	if (!st) return ERR_IOERROR;
+	sqlite3_bind_int64(st, 1, static_cast<sqlite3_int64>(epoch));
+	STATUS s = SqlStatus(sqlite3_step(st));
+	sqlite3_reset(st);
+	return s;
+}
+
+void DbFile::ReplayLog() {
+	const std::string logPath = ChangeLog::PathFor(path_);
+	if (!PathExists(logPath)) return;
+	if (OpenGroup() != NOERROR) return;
+	ChangeLog::ReadRecords(logPath, epoch_, [this](std::string_view record) { return ApplyRecord(record); });
+	// The log is stale once its records are in the file.
+	if (CommitGroup() == NOERROR) ::unlink(logPath.c_str());
+}
+
+STATUS DbFile::ReapplyLog() {
+	if (STATUS s = OpenGroup()) return s;
+	ChangeLog::ReadRecords(log_.path(), epoch_, [this](std::string_view record) { return ApplyRecord(record); });
+	return NOERROR;
+}
+
+namespace {
+
+// The write statements by number; a change log record names them so.
+constexpr const char* kWriteSql[] = {
+    "INSERT OR REPLACE INTO notes(id, class, deleted, unid, head, summary, body) VALUES(?1, ?2, 0, ?3, ?4, ?5, ?6)",
+    "INSERT INTO notes(id, class, deleted, unid, head, summary, body) VALUES(?1, ?2, 0, ?3, ?4, ?5, ?6)",
+    // The UNID (?3) is left out, so its index is not touched.
+    "UPDATE notes SET class = ?2, deleted = 0, head = ?4, summary = ?5, body = ?6 WHERE id = ?1",
+    "DELETE FROM notes WHERE id = ?1",
+    "UPDATE notes SET deleted = 1, head = ?2, summary = NULL, body = NULL WHERE id = ?1",
+    "INSERT OR REPLACE INTO meta(key, value) VALUES(?1, ?2)",
+    "UPDATE meta SET value = ?1 WHERE key = 'nextNoteId'",
+};
+constexpr size_t kWriteSqlCount = sizeof kWriteSql / sizeof kWriteSql[0];
+
+template <typename T>
+void Put(std::vector<unsigned char>& out, const T& value) {
+	const auto* p = reinterpret_cast<const unsigned char*>(&value);
+	out.insert(out.end(), p, p + sizeof value);
+}
+
+// Reads from a change log record, never past its end.
+class RecordReader {
+public:
+	explicit RecordReader(std::string_view data) : data_(data) {}
+	bool done() const { return at_ == data_.size(); }
+	template <typename T>
+	bool Get(T& out) {
+		if (data_.size() - at_ < sizeof out) return false;
+		std::memcpy(&out, data_.data() + at_, sizeof out);
+		at_ += sizeof out;
+		return true;
+	}
+	bool Bytes(size_t size, const char*& out) {
+		if (data_.size() - at_ < size) return false;
+		out = data_.data() + at_;
+		at_ += size;
+		return true;
+	}
+
+private:
+	std::string_view data_;
+	size_t at_ = 0;
+};
+
+void BindValue(sqlite3_stmt* st, int index, unsigned char kind, sqlite3_int64 number, const void* data,
+               size_t size) {
+	switch (kind) {
+	case 0: sqlite3_bind_int64(st, index, number); break;
+	case 1: sqlite3_bind_blob64(st, index, data, size, SQLITE_STATIC); break;
+	case 2: sqlite3_bind_text64(st, index, static_cast<const char*>(data), size, SQLITE_STATIC, SQLITE_UTF8); break;
+	default: sqlite3_bind_null(st, index); break;
+	}
+}
+
+}  // namespace
+
+// A record: for each statement, its number, how many values, then each value as index, kind,
+// size and bytes (an integer as eight bytes).
+void DbFile::Record(WriteSql which, std::initializer_list<Bound> values) {
+	record_.push_back(static_cast<unsigned char>(which));
+	record_.push_back(static_cast<unsigned char>(values.size()));
+	for (const Bound& v : values) {
+		record_.push_back(static_cast<unsigned char>(v.index));
+		record_.push_back(static_cast<unsigned char>(v.kind));
+		bool isNumber = v.kind == Bound::Integer;
+		Put(record_, static_cast<uint32_t>(isNumber ? sizeof v.number : v.size));
+		if (isNumber) Put(record_, v.number);
+		else if (v.size > 0) record_.insert(record_.end(), static_cast<const unsigned char*>(v.data),
+		                                    static_cast<const unsigned char*>(v.data) + v.size);
+	}
+}
+
+STATUS DbFile::RunWrite(WriteSql which, std::initializer_list<Bound> values) {
+	sqlite3_stmt* st = Prepare(kWriteSql[static_cast<size_t>(which)]);
+	if (!st) return ERR_IOERROR;
+	for (const Bound& v : values) BindValue(st, v.index, v.kind, v.number, v.data, v.size);
+	STATUS s = SqlStatus(sqlite3_step(st));
+	sqlite3_reset(st);
+	if (s == NOERROR && groupOpen_ && !bulkLoad_ && changeDepth() > 0) Record(which, values);
+	return s;
+}
+
+bool DbFile::ApplyRecord(std::string_view record) {
+	if (Run(kSavepoint) != SQLITE_OK) return false;
+	++transactionDepth_;
+	RecordReader in(record);
+	bool ok = true;
+	while (ok && !in.done()) {
+		unsigned char which = 0, count = 0;
+		ok = in.Get(which) && in.Get(count) && which < kWriteSqlCount;
+		sqlite3_stmt* st = ok ? Prepare(kWriteSql[which]) : nullptr;
+		ok = ok && st;
+		for (unsigned char i = 0; ok && i < count; ++i) {
+			unsigned char index = 0, kind = 0;
+			uint32_t size = 0;
+			sqlite3_int64 number = 0;
+			const char* bytes = nullptr;
+			ok = in.Get(index) && in.Get(kind) && in.Get(size) &&
+			     (kind == 0 ? size == sizeof number && in.Get(number) : in.Bytes(size, bytes));
+			if (ok) BindValue(st, index, kind, number, bytes, size);
+		}
+		if (ok) ok = sqlite3_step(st) == SQLITE_DONE;
+		if (st) sqlite3_reset(st);
+	}
+	if (!ok) Run(kRollbackTo);
+	Run(kRelease);
+	--transactionDepth_;
+	return ok;
 }
 
 STATUS DbFile::ReadSettings(DbSettings& out) {
@@ -331,25 +533,14 @@ STATUS DbFile::WriteSettings(const DbSettings& settings) {
 	Transaction tx(*this);
 	if (tx.status()) return tx.status();
 	pendingNextId_ = 0;  // settings.nextNoteId is the counter now
-	const char* sqlText = "INSERT OR REPLACE INTO meta(key, value) VALUES(?1, ?2)";
-	auto put = [&](const char* key, auto bind) -> STATUS {
-		sqlite3_stmt* st = Prepare(sqlText);
-		if (!st) return ERR_IOERROR;
-		sqlite3_bind_text(st, 1, key, -1, SQLITE_STATIC);
-		bind(st);
-		STATUS s = SqlStatus(sqlite3_step(st));
-		sqlite3_reset(st);
-		return s;
+	auto put = [&](const char* key, const Bound& value) {
+		return RunWrite(WriteSql::PutMeta, {Text(1, key), value});
 	};
-	STATUS s = put("dbid", [&](sqlite3_stmt* st) { BindStruct(st, 2, settings.dbid); });
-	if (!s) s = put("replica", [&](sqlite3_stmt* st) { BindStruct(st, 2, settings.replica); });
-	if (!s) s = put("info", [&](sqlite3_stmt* st) {
-		sqlite3_bind_text(st, 2, settings.info.c_str(), -1, SQLITE_TRANSIENT);
-	});
-	if (!s) s = put("build", [&](sqlite3_stmt* st) { sqlite3_bind_int(st, 2, settings.buildVersion); });
-	if (!s) s = put("nextNoteId", [&](sqlite3_stmt* st) {
-		sqlite3_bind_int64(st, 2, settings.nextNoteId);
-	});
+	STATUS s = put("dbid", Blob(2, &settings.dbid, sizeof settings.dbid));
+	if (!s) s = put("replica", Blob(2, &settings.replica, sizeof settings.replica));
+	if (!s) s = put("info", Text(2, settings.info.c_str()));
+	if (!s) s = put("build", Int(2, settings.buildVersion));
+	if (!s) s = put("nextNoteId", Int(2, settings.nextNoteId));
 	if (s) return s;
 	return tx.Commit();
 }
@@ -423,55 +614,34 @@ EncodedItems EncodeNoteItems(const StoredNote& note) {
 }  // namespace
 
 STATUS DbFile::WriteNote(const StoredNote& note) {
-	return PutRow(note, "INSERT OR REPLACE INTO notes(id, class, deleted, unid, head, summary, body)"
-	                    " VALUES(?1, ?2, 0, ?3, ?4, ?5, ?6)");
+	return PutRow(note, WriteSql::PutNote);
 }
 
 STATUS DbFile::InsertNote(const StoredNote& note) {
-	return PutRow(note, "INSERT INTO notes(id, class, deleted, unid, head, summary, body) VALUES(?1, ?2, 0, ?3, ?4, ?5, ?6)");
+	return PutRow(note, WriteSql::InsertNote);
 }
 
-STATUS DbFile::PutRow(const StoredNote& note, const char* sqlText) {
+STATUS DbFile::PutRow(const StoredNote& note, WriteSql which) {
 	EncodedItems items = EncodeNoteItems(note);
-	sqlite3_stmt* st = Prepare(sqlText);
-	if (!st) return ERR_IOERROR;
-	sqlite3_bind_int64(st, 1, note.id);
-	sqlite3_bind_int(st, 2, note.noteClass);
 	UNID unid = UnidOf(note.oid);
-	BindStruct(st, 3, unid);
-	BindStruct(st, 4, HeadOf(note, false));
-	sqlite3_bind_blob(st, 5, items.summary.data(), static_cast<int>(items.summary.size()), SQLITE_STATIC);
-	sqlite3_bind_blob(st, 6, items.body.data(), static_cast<int>(items.body.size()), SQLITE_STATIC);
-	STATUS s = SqlStatus(sqlite3_step(st));
-	sqlite3_reset(st);
-	return s;
+	NoteHead head = HeadOf(note, false);
+	return RunWrite(which, {Int(1, note.id), Int(2, note.noteClass), Blob(3, &unid, sizeof unid),
+	                        Blob(4, &head, sizeof head), Blob(5, items.summary.data(), items.summary.size()),
+	                        Blob(6, items.body.data(), items.body.size())});
 }
 
 STATUS DbFile::RewriteNote(const StoredNote& note) {
-	// The UNID (?3) is left out, so its index is not touched.
-	STATUS s = PutRow(note, "UPDATE notes SET class = ?2, deleted = 0, head = ?4, summary = ?5, body = ?6 WHERE id = ?1");
-	if (s) return s;
+	if (STATUS s = PutRow(note, WriteSql::RewriteNote)) return s;
 	return sqlite3_changes(db_) == 1 ? NOERROR : ERR_INVALID_NOTE;
 }
 
 STATUS DbFile::DeleteRow(NOTEID id) {
-	sqlite3_stmt* st = Prepare("DELETE FROM notes WHERE id = ?1");
-	if (!st) return ERR_IOERROR;
-	sqlite3_bind_int64(st, 1, id);
-	STATUS s = SqlStatus(sqlite3_step(st));
-	sqlite3_reset(st);
-	return s;
+	return RunWrite(WriteSql::DeleteRow, {Int(1, id)});
 }
 
 STATUS DbFile::WriteStub(const StoredNote& stub) {
-	sqlite3_stmt* st =
-	    Prepare("UPDATE notes SET deleted = 1, head = ?2, summary = NULL, body = NULL WHERE id = ?1");
-	if (!st) return ERR_IOERROR;
-	sqlite3_bind_int64(st, 1, stub.id);
-	BindStruct(st, 2, HeadOf(stub, true));
-	STATUS s = SqlStatus(sqlite3_step(st));
-	sqlite3_reset(st);
-	return s;
+	NoteHead head = HeadOf(stub, true);
+	return RunWrite(WriteSql::WriteStub, {Int(1, stub.id), Blob(2, &head, sizeof head)});
 }
 
 STATUS DbFile::ReadNextNoteId(NOTEID& next) {
@@ -534,12 +704,7 @@ STATUS DbFile::AllocateNoteId(NOTEID& id) {
 }
 
 STATUS DbFile::StoreNextNoteId(NOTEID next) {
-	sqlite3_stmt* st = Prepare("UPDATE meta SET value = ?1 WHERE key = 'nextNoteId'");
-	if (!st) return ERR_IOERROR;
-	sqlite3_bind_int64(st, 1, static_cast<sqlite3_int64>(next));
-	STATUS s = SqlStatus(sqlite3_step(st));
-	sqlite3_reset(st);
-	return s;
+	return RunWrite(WriteSql::StoreNextId, {Int(1, static_cast<sqlite3_int64>(next))});
 }
 
 STATUS DbFile::StorePendingNextId() {

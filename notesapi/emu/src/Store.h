@@ -18,12 +18,14 @@
 #include <sqlite3.h>
 
 #include <cstring>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "ChangeLog.h"
 #include "Emu.h"
 
 namespace emu {
@@ -160,16 +162,20 @@ public:
 	// IDs of the live notes of these classes, in ID order.
 	STATUS NoteIdsOfClass(WORD classMask, std::vector<NOTEID>& ids);
 
-	// Transactions nest: an inner one is a savepoint, so its rollback undoes
-	// only its own changes.
+	// A change (Begin .. Commit) is all-or-nothing; changes nest: an inner one is a
+	// savepoint, so its rollback undoes only its own writes. On a file opened with Open,
+	// accepted changes are gathered in one SQLite transaction (a group) and each is
+	// recorded in the change log as it is accepted; the group is committed every
+	// kGroupChanges changes, when the log is nearly full and when the file closes.
 	STATUS Begin();
 	STATUS Commit();
 	void Rollback();
+	static constexpr int kGroupChanges = 4096;
 
 	// Bulk loading: while on, committed changes are gathered in one SQLite
 	// transaction that is written out every kBulkGroupSize commits, when the
 	// mode ends and when the file closes. Each commit stays all-or-nothing,
-	// but it is durable only once its group is written.
+	// but it is durable only once its group is written (no change log).
 	STATUS SetBulkLoad(bool on);
 	bool bulkLoad() const { return bulkLoad_; }
 	static constexpr int kBulkGroupSize = 20000;
@@ -180,24 +186,70 @@ public:
 	void Touch() { ++generation_; }
 
 private:
+	// The statements that change the file; the change log names them by number.
+	enum class WriteSql : unsigned char { PutNote, InsertNote, RewriteNote, DeleteRow, WriteStub, PutMeta, StoreNextId };
+	// One value bound to a write statement: an integer, a blob (null when data is), or a text.
+	struct Bound {
+		enum Kind : unsigned char { Integer, Blob, Text, Null } kind;
+		int index;
+		sqlite3_int64 number;
+		const void* data;
+		size_t size;
+	};
+	static Bound Int(int index, sqlite3_int64 v) { return {Bound::Integer, index, v, nullptr, 0}; }
+	static Bound Blob(int index, const void* data, size_t size) {
+		return {data ? Bound::Blob : Bound::Null, index, 0, data, size};
+	}
+	static Bound Text(int index, std::string_view text) {
+		return {Bound::Text, index, 0, text.data(), text.size()};
+	}
+
 	DbFile(std::string path, sqlite3* db) : path_(std::move(path)), db_(db) {}
 	static STATUS OpenConnection(const std::string& path, bool create, sqlite3*& db);
 	// Steps a cached statement that returns no rows; an SQLite result code.
 	int Run(const char* sqlText);
+	// Steps a write statement with its values; once it succeeded inside a change, the
+	// change's record for the log gets it too.
+	STATUS RunWrite(WriteSql which, std::initializer_list<Bound> values);
+	void Record(WriteSql which, std::initializer_list<Bound> values);
+	// Applies one change log record as one change; false when it is damaged or fails.
+	bool ApplyRecord(std::string_view record);
 	// Binds the note's columns as ?1 id, ?2 class, ?3 UNID, ?4 header, ?5 summary, ?6 other items
 	// (a statement may leave some out) and steps it.
-	STATUS PutRow(const StoredNote& note, const char* sqlText);
+	STATUS PutRow(const StoredNote& note, WriteSql which);
 	STATUS StoreNextNoteId(NOTEID next);
 	STATUS StorePendingNextId();
+
+	// Nesting depth of the changes under way (a group's own transaction not counted).
+	int changeDepth() const { return transactionDepth_ - (groupOpen_ ? 1 : 0); }
+	STATUS OpenGroup();
+	// Commits the group (no change may be under way) and moves the log to the next epoch.
+	STATUS CommitGroup();
+	// The end of a change inside a group: records it in the log or counts it for the bulk
+	// group, and commits the group when it is full.
+	STATUS EndGroupedChange();
 	// Commits the bulk group so far and starts the next one.
 	STATUS WriteBulkGroup();
+	// Applies the changes a killed process left in the change log, and moves to the next epoch.
+	void ReplayLog();
+	// After the file refused a group: the changes the log holds, applied again in a new group.
+	STATUS ReapplyLog();
+	uint64_t ReadEpoch();
+	STATUS StoreEpoch(uint64_t epoch);
 
 	std::string path_;
 	sqlite3* db_;
 	uint64_t generation_ = 0;
 	int transactionDepth_ = 0;
+	bool groupOpen_ = false;
+	bool logged_ = false;  // changes go through the change log (files opened with Open)
 	bool bulkLoad_ = false;
-	int bulkCommits_ = 0;
+	int groupChanges_ = 0;
+	ChangeLog log_;
+	uint64_t epoch_ = 0;
+	// The record of the change under way, and where each nested change began in it.
+	std::vector<unsigned char> record_;
+	std::vector<size_t> recordMarks_;
 	// While bulk loading, the next note ID is counted here and written to the meta table only
 	// before the group is committed or the settings are read (0: the table has it).
 	NOTEID pendingNextId_ = 0;

@@ -1,0 +1,119 @@
+// The emulator's change log beside an open database (<file>-redo): what a killed process
+// left there is applied at the next open, once, and a damaged or foreign log never harms
+// the database. These tests look at the emulator's own files, so they hold for it only.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "PlatformTest.h"
+
+using namespace platform_test;
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string MakeDatabase(const std::string& name, NOTEID& id) {
+	TestDb db(name);
+	id = AddDocument(db, {{"Form", "Memo"}, {"Subject", "made"}});
+	return db.path();
+}
+
+void SetSubject(DBHANDLE db, NOTEID id, const char* subject) {
+	NOTEHANDLE note;
+	ASSERT_EQ(NSFNoteOpen(db, id, 0, &note), NOERROR);
+	NSFItemSetText(note, "Subject", subject, MAXWORD);
+	ASSERT_EQ(NSFNoteUpdate(note, UPDATE_FORCE), NOERROR);
+	NSFNoteClose(note);
+}
+
+// Sets the Subject in a child process that dies with the database open; true if it did.
+bool SetSubjectAndDie(const std::string& path, NOTEID id, const char* subject) {
+	pid_t child = fork();
+	if (child == 0) {
+		DBHANDLE db;
+		NOTEHANDLE note;
+		if (NSFDbOpen(path.c_str(), &db) != NOERROR || NSFNoteOpen(db, id, 0, &note) != NOERROR) _exit(1);
+		NSFItemSetText(note, "Subject", subject, MAXWORD);
+		_exit(NSFNoteUpdate(note, UPDATE_FORCE) == NOERROR ? 0 : 2);
+	}
+	int status = -1;
+	return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+std::string SubjectOf(const std::string& path, NOTEID id) {
+	DBHANDLE db;
+	EXPECT_EQ(NSFDbOpen(path.c_str(), &db), NOERROR);
+	std::string subject = TextOf(db, id, "Subject");
+	NSFDbClose(db);
+	return subject;
+}
+
+std::string FileOf(const std::string& path) {
+	return DataFolder() + "/" + path;
+}
+
+}  // namespace
+
+TEST(EmuChangeLog, IsGoneOnceTheLastHandleClosesAndIsAppliedOnlyOnce) {
+	NOTEID id;
+	std::string path = MakeDatabase("changelog_once.nsf", id);
+	std::string log = FileOf(path) + "-redo";
+	EXPECT_FALSE(fs::exists(log)) << "a closed database is one file";
+
+	ASSERT_TRUE(SetSubjectAndDie(path, id, "from the killed process"));
+	ASSERT_TRUE(fs::exists(log));
+	std::string kept = log + ".kept";
+	fs::copy_file(log, kept, fs::copy_options::overwrite_existing);
+
+	EXPECT_EQ(SubjectOf(path, id), "from the killed process");
+	EXPECT_FALSE(fs::exists(log));
+	{
+		DBHANDLE db;
+		ASSERT_EQ(NSFDbOpen(path.c_str(), &db), NOERROR);
+		SetSubject(db, id, "later");
+		NSFDbClose(db);
+	}
+	// The old log put back: its records are older than the file and must not undo "later".
+	fs::copy_file(kept, log, fs::copy_options::overwrite_existing);
+	EXPECT_EQ(SubjectOf(path, id), "later");
+}
+
+// Damages the log a killed process left, in one of several ways.
+void Damage(const std::string& log, const std::string& how) {
+	if (how == "flipped") {  // one byte inside the only record's payload
+		std::fstream f(log, std::ios::in | std::ios::out | std::ios::binary);
+		const std::streamoff at = 16 + 24 + 10;
+		char c = 0;
+		f.seekg(at);
+		f.read(&c, 1);
+		c = static_cast<char>(c ^ 0x40);
+		f.seekp(at);
+		f.write(&c, 1);
+	} else if (how == "cut") {
+		fs::resize_file(log, 16 + 24 + 3);
+	} else if (how == "garbage") {
+		std::ofstream(log, std::ios::binary | std::ios::trunc) << std::string(4096, '\x5a');
+	} else {
+		std::ofstream(log, std::ios::binary | std::ios::trunc);
+	}
+}
+
+TEST(EmuChangeLog, ADamagedLogNeverHarmsTheDatabase) {
+	for (std::string how : {"flipped", "cut", "garbage", "empty"}) {
+		SCOPED_TRACE(how);
+		NOTEID id;
+		std::string path = MakeDatabase("changelog_" + how + ".nsf", id);
+		std::string log = FileOf(path) + "-redo";
+		ASSERT_TRUE(SetSubjectAndDie(path, id, "lost"));
+		ASSERT_TRUE(fs::exists(log));
+		Damage(log, how);
+		EXPECT_EQ(SubjectOf(path, id), "made");
+		DBHANDLE db;
+		ASSERT_EQ(NSFDbOpen(path.c_str(), &db), NOERROR);
+		SetSubject(db, id, "changed after");
+		NSFDbClose(db);
+		EXPECT_EQ(SubjectOf(path, id), "changed after");
+	}
+}
