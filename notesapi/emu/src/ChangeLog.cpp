@@ -110,6 +110,9 @@ bool ChangeLog::Start(const std::string& path, uint64_t epoch, size_t capacity) 
 		::unlink(path.c_str());
 		return false;
 	}
+	// Pages are touched in order as records are written; reading ahead would only zero-fill
+	// pages a short log never uses.
+	::madvise(map, capacity, MADV_RANDOM);
 	path_ = path;
 	fd_ = fd;
 	map_ = static_cast<unsigned char*>(map);
