@@ -69,13 +69,17 @@ TEST(EmuChangeLog, IsGoneOnceTheLastHandleClosesAndIsAppliedOnlyOnce) {
 
 	EXPECT_EQ(SubjectOf(path, id), "from the killed process");
 	EXPECT_FALSE(fs::exists(log));
+	ASSERT_TRUE(SetSubjectAndDie(path, id, "from the second killed process"));
+	EXPECT_EQ(SubjectOf(path, id), "from the second killed process");
+	// The first log put back: its records are older than the file and must not be applied again.
+	fs::copy_file(kept, log, fs::copy_options::overwrite_existing);
+	EXPECT_EQ(SubjectOf(path, id), "from the second killed process");
 	{
 		DBHANDLE db;
 		ASSERT_EQ(NSFDbOpen(path.c_str(), &db), NOERROR);
 		SetSubject(db, id, "later");
 		NSFDbClose(db);
 	}
-	// The old log put back: its records are older than the file and must not undo "later".
 	fs::copy_file(kept, log, fs::copy_options::overwrite_existing);
 	EXPECT_EQ(SubjectOf(path, id), "later");
 }

@@ -195,8 +195,8 @@ STATUS DbFile::Open(const std::string& path, std::shared_ptr<DbFile>& out) {
 	if (st) sqlite3_reset(st);
 	if (!ours) return ERR_NOT_NSF;
 	file->epoch_ = file->ReadEpoch();
-	file->ReplayLog();
-	file->logged_ = true;
+	// A log that could not be applied is kept for a later open; changes are then committed one by one.
+	file->logged_ = file->ReplayLog();
 	registry[path] = file;
 	out = std::move(file);
 	return NOERROR;
@@ -312,15 +312,21 @@ STATUS DbFile::CommitGroup() {
 	STATUS status = StorePendingNextId();
 	if (status == NOERROR && log_.started()) status = StoreEpoch(epoch_ + 1);
 	int rc = status == NOERROR ? Run(kCommit) : SQLITE_OK;
-	transactionDepth_ = 0;
-	groupOpen_ = false;
 	if (status != NOERROR || rc != SQLITE_OK) {
-		Run(kRollback);
-		pendingNextId_ = 0;
+		AbandonGroup();
 		return status != NOERROR ? status : SqlStatus(rc);
 	}
+	transactionDepth_ = 0;
+	groupOpen_ = false;
 	if (log_.started()) log_.Restart(++epoch_);
 	return NOERROR;
+}
+
+void DbFile::AbandonGroup() {
+	Run(kRollback);
+	transactionDepth_ = 0;
+	groupOpen_ = false;
+	pendingNextId_ = 0;
 }
 
 STATUS DbFile::EndGroupedChange() {
@@ -384,13 +390,19 @@ STATUS DbFile::StoreEpoch(uint64_t epoch) {
 	return s;
 }
 
-void DbFile::ReplayLog() {
+bool DbFile::ReplayLog() {
 	const std::string logPath = ChangeLog::PathFor(path_);
-	if (!PathExists(logPath)) return;
-	if (OpenGroup() != NOERROR) return;
+	if (!PathExists(logPath)) return true;
+	if (OpenGroup() != NOERROR) return false;
 	ChangeLog::ReadRecords(logPath, epoch_, [this](std::string_view record) { return ApplyRecord(record); });
-	// The log is stale once its records are in the file.
-	if (CommitGroup() == NOERROR) ::unlink(logPath.c_str());
+	// Once its records are in the file the log is stale, also if it were found again.
+	STATUS status = StoreEpoch(epoch_ + 1);
+	if (status == NOERROR) status = CommitGroup();
+	else AbandonGroup();
+	if (status != NOERROR) return false;
+	++epoch_;
+	::unlink(logPath.c_str());
+	return true;
 }
 
 STATUS DbFile::ReapplyLog() {

@@ -225,13 +225,16 @@ private:
 	STATUS OpenGroup();
 	// Commits the group (no change may be under way) and moves the log to the next epoch.
 	STATUS CommitGroup();
+	// Rolls the group back (its changes stay in the log, if they are there).
+	void AbandonGroup();
 	// The end of a change inside a group: records it in the log or counts it for the bulk
 	// group, and commits the group when it is full.
 	STATUS EndGroupedChange();
 	// Commits the bulk group so far and starts the next one.
 	STATUS WriteBulkGroup();
-	// Applies the changes a killed process left in the change log, and moves to the next epoch.
-	void ReplayLog();
+	// Applies the changes a killed process left in the change log and moves to the next epoch;
+	// false when they could not be committed (the log is kept then).
+	bool ReplayLog();
 	// After the file refused a group: the changes the log holds, applied again in a new group.
 	STATUS ReapplyLog();
 	uint64_t ReadEpoch();
