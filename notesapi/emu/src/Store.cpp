@@ -612,15 +612,33 @@ struct EncodedItems {
 	Bytes body;
 };
 
+// One item record: ordinal, flags, name length, block length, name, block.
+void AppendItem(Bytes& out, const Item& item, WORD ordinal) {
+	WORD nameLength = static_cast<WORD>(std::min<size_t>(item.name.size(), MAXWORD));
+	DWORD blockLength = static_cast<DWORD>(item.block->size());
+	size_t at = out.size();
+	out.resize(at + 10 + nameLength + blockLength);
+	BYTE* p = out.data() + at;
+	std::memcpy(p, &ordinal, 2);
+	std::memcpy(p + 2, &item.flags, 2);
+	std::memcpy(p + 4, &nameLength, 2);
+	std::memcpy(p + 6, &blockLength, 4);
+	std::memcpy(p + 10, item.name.data(), nameLength);
+	std::memcpy(p + 10 + nameLength, item.block->data(), blockLength);
+}
+
 EncodedItems EncodeNoteItems(const StoredNote& note) {
-	std::vector<const Item*> summary, body;
-	std::vector<WORD> summaryOrder, bodyOrder;
+	EncodedItems out;
+	size_t summarySize = 0, bodySize = 0;
+	for (const Item& item : note.items)
+		((item.flags & ITEM_SUMMARY) ? summarySize : bodySize) += 10 + item.name.size() + item.block->size();
+	out.summary.reserve(summarySize);
+	out.body.reserve(bodySize);
 	for (size_t i = 0; i < note.items.size(); ++i) {
-		bool isSummary = (note.items[i].flags & ITEM_SUMMARY) != 0;
-		(isSummary ? summary : body).push_back(&note.items[i]);
-		(isSummary ? summaryOrder : bodyOrder).push_back(static_cast<WORD>(i));
+		const Item& item = note.items[i];
+		AppendItem((item.flags & ITEM_SUMMARY) ? out.summary : out.body, item, static_cast<WORD>(i));
 	}
-	return {EncodeItems(summary, summaryOrder), EncodeItems(body, bodyOrder)};
+	return out;
 }
 
 }  // namespace
@@ -771,25 +789,6 @@ STATUS PutNewNote(DbFile& file, StoredNote& note, bool replaceLive) {
 		if (STATUS a = file.AllocateNoteId(note.id)) return a;
 	}
 	return file.InsertNote(note);
-}
-
-Bytes EncodeItems(const std::vector<const Item*>& items, const std::vector<WORD>& ordinals) {
-	Bytes out;
-	for (size_t i = 0; i < items.size(); ++i) {
-		const Item& item = *items[i];
-		WORD nameLength = static_cast<WORD>(std::min<size_t>(item.name.size(), MAXWORD));
-		DWORD blockLength = static_cast<DWORD>(item.block->size());
-		size_t at = out.size();
-		out.resize(at + 10 + nameLength + blockLength);
-		BYTE* p = out.data() + at;
-		std::memcpy(p, &ordinals[i], 2);
-		std::memcpy(p + 2, &item.flags, 2);
-		std::memcpy(p + 4, &nameLength, 2);
-		std::memcpy(p + 6, &blockLength, 4);
-		std::memcpy(p + 10, item.name.data(), nameLength);
-		std::memcpy(p + 10 + nameLength, item.block->data(), blockLength);
-	}
-	return out;
 }
 
 Bytes BuildSummaryBuffer(const void* summary, size_t size) {

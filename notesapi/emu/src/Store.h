@@ -285,10 +285,6 @@ private:
 // otherwise the call fails with ERR_CONFLICT.
 STATUS PutNewNote(DbFile& file, StoredNote& note, bool replaceLive);
 
-// Encodes items for the summary or the body column. ordinals[i] is the
-// position of items[i] in the note.
-Bytes EncodeItems(const std::vector<const Item*>& items, const std::vector<WORD>& ordinals);
-
 // Summary buffer (ITEM_TABLE) of the summary items in an encoded blob.
 Bytes BuildSummaryBuffer(const void* summary, size_t size);
 
