@@ -197,6 +197,9 @@ STATUS DbFile::Open(const std::string& path, std::shared_ptr<DbFile>& out) {
 	file->epoch_ = file->ReadEpoch();
 	// A log that could not be applied is kept for a later open; changes are then committed one by one.
 	file->logged_ = file->ReplayLog();
+	// Reads run inside the group (one read transaction, not one per statement); the first change
+	// makes it a write transaction.
+	if (file->logged_) file->OpenGroup();
 	registry[path] = file;
 	out = std::move(file);
 	return NOERROR;
@@ -221,6 +224,8 @@ sqlite3_stmt* DbFile::Prepare(const char* sqlText) {
 // Transactions and savepoints are taken once per change: their statements are prepared once,
 // not parsed each time.
 constexpr const char* kBegin = "BEGIN IMMEDIATE";
+// A group starts as a read transaction and takes the write lock with its first change.
+constexpr const char* kBeginGroup = "BEGIN";
 constexpr const char* kCommit = "COMMIT";
 constexpr const char* kRollback = "ROLLBACK";
 constexpr const char* kSavepoint = "SAVEPOINT nested";
@@ -240,11 +245,14 @@ int DbFile::Run(const char* sqlText) {
 }
 
 STATUS DbFile::Begin() {
-	if (transactionDepth_ == 0 && logged_ && !bulkLoad_) {
-		if (!log_.started() && !log_.Start(ChangeLog::PathFor(path_), epoch_, kLogCapacity))
-			logged_ = false;  // no room for a log: each change is committed on its own
-		else if (STATUS s = OpenGroup())
-			return s;
+	if (changeDepth() == 0 && logged_ && !bulkLoad_) {
+		if (!log_.started() && !log_.Start(ChangeLog::PathFor(path_), epoch_, kLogCapacity)) {
+			// No room for a log: each change is committed on its own from now on.
+			if (STATUS s = CommitGroup()) return s;
+			logged_ = false;
+		} else if (!groupOpen_) {
+			if (STATUS s = OpenGroup()) return s;
+		}
 	}
 	int rc = Run(transactionDepth_ == 0 ? kBegin : kSavepoint);
 	if (rc != SQLITE_OK) return SqlStatus(rc);
@@ -298,7 +306,7 @@ void DbFile::Rollback() {
 }
 
 STATUS DbFile::OpenGroup() {
-	int rc = Run(kBegin);
+	int rc = Run(kBeginGroup);
 	if (rc != SQLITE_OK) return SqlStatus(rc);
 	transactionDepth_ = 1;
 	groupOpen_ = true;
@@ -310,7 +318,8 @@ STATUS DbFile::CommitGroup() {
 	if (!groupOpen_) return NOERROR;
 	if (transactionDepth_ != 1) return ERR_LOCK;
 	STATUS status = StorePendingNextId();
-	if (status == NOERROR && log_.started()) status = StoreEpoch(epoch_ + 1);
+	const bool logHasRecords = log_.started() && log_.used() > 0;
+	if (status == NOERROR && logHasRecords) status = StoreEpoch(epoch_ + 1);
 	int rc = status == NOERROR ? Run(kCommit) : SQLITE_OK;
 	if (status != NOERROR || rc != SQLITE_OK) {
 		AbandonGroup();
@@ -318,7 +327,7 @@ STATUS DbFile::CommitGroup() {
 	}
 	transactionDepth_ = 0;
 	groupOpen_ = false;
-	if (log_.started()) log_.Restart(++epoch_);
+	if (logHasRecords) log_.Restart(++epoch_);
 	return NOERROR;
 }
 
@@ -335,7 +344,10 @@ STATUS DbFile::EndGroupedChange() {
 	record_.clear();
 	if (inLog && ++groupChanges_ < kGroupChanges && log_.used() < kLogCommitAt) return NOERROR;
 	STATUS status = CommitGroup();
-	if (status == NOERROR) return NOERROR;
+	if (status == NOERROR) {
+		OpenGroup();  // reads until the next change run inside it too
+		return NOERROR;
+	}
 	// The file refused the group: the log still holds its changes, so they are applied again.
 	ReapplyLog();
 	return inLog ? NOERROR : status;
