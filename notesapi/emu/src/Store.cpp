@@ -45,27 +45,30 @@ void ColumnStruct(sqlite3_stmt* st, int index, T& out) {
 	if (p && n > 0) std::memcpy(&out, p, std::min(static_cast<size_t>(n), sizeof(T)));
 }
 
-void DecodeInto(const void* data, size_t size,
-                std::vector<std::pair<WORD, Item>>& out) {
-	ForEachStoredItem(data, size, [&](const StoredItemView& v) {
-		Item item;
-		item.name.assign(v.name);
-		item.flags = v.flags;
-		item.block = std::make_shared<Bytes>(v.block, v.block + v.blockLength);
-		out.emplace_back(v.ordinal, std::move(item));
+// The items of one blob column, as views into the statement's row.
+void ViewColumn(sqlite3_stmt* st, int column, std::vector<StoredItemView>& out) {
+	out.clear();
+	const void* blob = sqlite3_column_blob(st, column);
+	if (!blob) return;
+	ForEachStoredItem(blob, static_cast<size_t>(sqlite3_column_bytes(st, column)), [&](const StoredItemView& v) {
+		out.push_back(v);
 		return true;
 	});
 }
 
-void DecodeColumn(sqlite3_stmt* st, int column, std::vector<std::pair<WORD, Item>>& out) {
-	const void* blob = sqlite3_column_blob(st, column);
-	if (blob) DecodeInto(blob, static_cast<size_t>(sqlite3_column_bytes(st, column)), out);
+Item ItemOf(const StoredItemView& v) {
+	Item item;
+	item.name.assign(v.name);
+	item.flags = v.flags;
+	item.block = std::make_shared<Bytes>(v.block, v.block + v.blockLength);
+	return item;
 }
 
-// The note's items in their ordinal order, from its summary and other items (each stored in order).
-void MergeByOrdinal(std::vector<std::pair<WORD, Item>>& summary, std::vector<std::pair<WORD, Item>>& body,
+// The note's items in their ordinal order, from its summary and other items (each stored in
+// order, so this is a merge).
+void MergeByOrdinal(std::vector<StoredItemView>& summary, std::vector<StoredItemView>& body,
                     std::vector<Item>& out) {
-	auto byOrdinal = [](const auto& a, const auto& b) { return a.first < b.first; };
+	auto byOrdinal = [](const StoredItemView& a, const StoredItemView& b) { return a.ordinal < b.ordinal; };
 	if (!std::is_sorted(summary.begin(), summary.end(), byOrdinal))
 		std::stable_sort(summary.begin(), summary.end(), byOrdinal);
 	if (!std::is_sorted(body.begin(), body.end(), byOrdinal)) std::stable_sort(body.begin(), body.end(), byOrdinal);
@@ -73,7 +76,7 @@ void MergeByOrdinal(std::vector<std::pair<WORD, Item>>& summary, std::vector<std
 	auto a = summary.begin(), b = body.begin();
 	while (a != summary.end() || b != body.end()) {
 		bool takeSummary = b == body.end() || (a != summary.end() && !byOrdinal(*b, *a));
-		out.push_back(std::move(takeSummary ? (a++)->second : (b++)->second));
+		out.push_back(ItemOf(takeSummary ? *a++ : *b++));
 	}
 }
 
@@ -590,10 +593,9 @@ STATUS DbFile::ReadNote(NOTEID id, bool withItems, StoredNote& out) {
 	out.flags = head.flags;
 	out.items.clear();
 	if (withItems && !out.deleted) {
-		std::vector<std::pair<WORD, Item>> summary, body;
-		DecodeColumn(st, 1, summary);
-		DecodeColumn(st, 2, body);
-		MergeByOrdinal(summary, body, out.items);
+		ViewColumn(st, 1, summaryViews_);
+		ViewColumn(st, 2, bodyViews_);
+		MergeByOrdinal(summaryViews_, bodyViews_, out.items);
 	}
 	sqlite3_reset(st);
 	return NOERROR;

@@ -258,6 +258,8 @@ private:
 	NOTEID pendingNextId_ = 0;
 	NOTEID pendingAtChangeStart_ = 0;
 	std::map<const char*, sqlite3_stmt*> statements_;
+	// Scratch space of ReadNote, kept to save allocations.
+	std::vector<StoredItemView> summaryViews_, bodyViews_;
 };
 
 // A write transaction that rolls back unless committed.
