@@ -286,6 +286,7 @@ STATUS DbFile::Commit() {
 	int rc = Run(kCommit);
 	if (rc != SQLITE_OK) {
 		Run(kRollback);
+		ForgetUndone();
 		return SqlStatus(rc);
 	}
 	++generation_;
@@ -294,6 +295,7 @@ STATUS DbFile::Commit() {
 
 void DbFile::Rollback() {
 	if (changeDepth() <= 0) return;
+	ForgetUndone();
 	if (transactionDepth_ > 1) {
 		Run(kRollbackTo);
 		Run(kRelease);
@@ -334,8 +336,13 @@ STATUS DbFile::CommitGroup() {
 	return NOERROR;
 }
 
+void DbFile::ForgetUndone() {
+	ForgetHeads();
+}
+
 void DbFile::AbandonGroup() {
 	Run(kRollback);
+	ForgetUndone();
 	transactionDepth_ = 0;
 	groupOpen_ = false;
 	pendingNextId_ = 0;
@@ -510,6 +517,7 @@ STATUS DbFile::RunWrite(WriteSql which, std::initializer_list<Bound> values) {
 }
 
 bool DbFile::ApplyRecord(std::string_view record) {
+	ForgetUndone();  // the record's statements bypass the caches
 	if (Run(kSavepoint) != SQLITE_OK) return false;
 	++transactionDepth_;
 	RecordReader in(record);
@@ -572,7 +580,44 @@ STATUS DbFile::WriteSettings(const DbSettings& settings) {
 	return tx.Commit();
 }
 
+namespace {
+
+void FillFromHead(NOTEID id, const NoteHead& head, StoredNote& out) {
+	out.id = id;
+	out.noteClass = head.noteClass;
+	out.deleted = head.deleted != 0;
+	out.oid = head.oid;
+	out.modified = head.modified;
+	out.added = head.added;
+	out.flags = head.flags;
+	out.items.clear();
+}
+
+}  // namespace
+
+DbFile::CachedHead& DbFile::HeadSlot(NOTEID id) {
+	if (heads_.empty()) heads_.resize(kHeadCacheSize);
+	return heads_[(id / kNoteIdStep) % kHeadCacheSize];
+}
+
+void DbFile::RememberHead(NOTEID id, const NoteHead& head) {
+	CachedHead& slot = HeadSlot(id);
+	slot.id = id;
+	slot.head = head;
+}
+
+void DbFile::ForgetHeads() {
+	heads_.clear();
+}
+
 STATUS DbFile::ReadNote(NOTEID id, bool withItems, StoredNote& out) {
+	if (!withItems) {
+		const CachedHead& cached = HeadSlot(id);
+		if (cached.id == id && id != 0) {
+			FillFromHead(id, cached.head, out);
+			return NOERROR;
+		}
+	}
 	sqlite3_stmt* st = Prepare(withItems ? "SELECT head, summary, body FROM notes WHERE id = ?1"
 	                                     : "SELECT head FROM notes WHERE id = ?1");
 	if (!st) return ERR_IOERROR;
@@ -582,16 +627,10 @@ STATUS DbFile::ReadNote(NOTEID id, bool withItems, StoredNote& out) {
 		sqlite3_reset(st);
 		return rc == SQLITE_DONE ? ERR_INVALID_NOTE : SqlStatus(rc);
 	}
-	out.id = id;
 	NoteHead head;
 	ColumnStruct(st, 0, head);
-	out.noteClass = head.noteClass;
-	out.deleted = head.deleted != 0;
-	out.oid = head.oid;
-	out.modified = head.modified;
-	out.added = head.added;
-	out.flags = head.flags;
-	out.items.clear();
+	RememberHead(id, head);
+	FillFromHead(id, head, out);
 	if (withItems && !out.deleted) {
 		ViewColumn(st, 1, summaryViews_);
 		ViewColumn(st, 2, bodyViews_);
@@ -669,9 +708,13 @@ STATUS DbFile::PutRow(const StoredNote& note, WriteSql which) {
 	EncodedItems items = EncodeNoteItems(note);
 	UNID unid = UnidOf(note.oid);
 	NoteHead head = HeadOf(note, false);
-	return RunWrite(which, {Int(1, note.id), Int(2, note.noteClass), Blob(3, &unid, sizeof unid),
-	                        Blob(4, &head, sizeof head), Blob(5, items.summary.data(), items.summary.size()),
-	                        Blob(6, items.body.data(), items.body.size())});
+	STATUS s = RunWrite(which, {Int(1, note.id), Int(2, note.noteClass), Blob(3, &unid, sizeof unid),
+	                            Blob(4, &head, sizeof head), Blob(5, items.summary.data(), items.summary.size()),
+	                            Blob(6, items.body.data(), items.body.size())});
+	if (s != NOERROR || sqlite3_changes(db_) == 0) return s;
+	if (which == WriteSql::PutNote) ForgetHeads();  // a replace may have removed a row of that UNID
+	RememberHead(note.id, head);
+	return s;
 }
 
 STATUS DbFile::RewriteNote(const StoredNote& note) {
@@ -680,12 +723,17 @@ STATUS DbFile::RewriteNote(const StoredNote& note) {
 }
 
 STATUS DbFile::DeleteRow(NOTEID id) {
-	return RunWrite(WriteSql::DeleteRow, {Int(1, id)});
+	STATUS s = RunWrite(WriteSql::DeleteRow, {Int(1, id)});
+	CachedHead& slot = HeadSlot(id);
+	if (slot.id == id) slot.id = 0;
+	return s;
 }
 
 STATUS DbFile::WriteStub(const StoredNote& stub) {
 	NoteHead head = HeadOf(stub, true);
-	return RunWrite(WriteSql::WriteStub, {Int(1, stub.id), Blob(2, &head, sizeof head)});
+	STATUS s = RunWrite(WriteSql::WriteStub, {Int(1, stub.id), Blob(2, &head, sizeof head)});
+	if (s == NOERROR && sqlite3_changes(db_) > 0) RememberHead(stub.id, head);
+	return s;
 }
 
 STATUS DbFile::ReadNextNoteId(NOTEID& next) {

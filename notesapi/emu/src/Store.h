@@ -227,6 +227,8 @@ private:
 	STATUS CommitGroup();
 	// Rolls the group back (its changes stay in the log, if they are there).
 	void AbandonGroup();
+	// What a rolled-back change wrote is forgotten by the caches of this connection.
+	void ForgetUndone();
 	// The end of a change inside a group: records it in the log or counts it for the bulk
 	// group, and commits the group when it is full.
 	STATUS EndGroupedChange();
@@ -258,6 +260,17 @@ private:
 	NOTEID pendingNextId_ = 0;
 	NOTEID pendingAtChangeStart_ = 0;
 	std::map<const char*, sqlite3_stmt*> statements_;
+	// Headers of rows recently read or written, by note ID: a row's header changes only through
+	// this connection. A slot per ID modulo the size; emptied when a change is rolled back.
+	struct CachedHead {
+		NOTEID id = 0;
+		NoteHead head{};
+	};
+	static constexpr size_t kHeadCacheSize = 4096;
+	std::vector<CachedHead> heads_;
+	CachedHead& HeadSlot(NOTEID id);
+	void RememberHead(NOTEID id, const NoteHead& head);
+	void ForgetHeads();
 	// Scratch space of ReadNote, kept to save allocations.
 	std::vector<StoredItemView> summaryViews_, bodyViews_;
 };
