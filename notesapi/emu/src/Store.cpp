@@ -256,6 +256,7 @@ STATUS DbFile::Commit() {
 	int rc = Run(kCommit);
 	if (rc != SQLITE_OK) {
 		Run(kRollback);
+		DropNoteIndex();
 		return SqlStatus(rc);
 	}
 	++generation_;
@@ -264,6 +265,7 @@ STATUS DbFile::Commit() {
 
 void DbFile::Rollback() {
 	if (transactionDepth_ == 0) return;
+	DropNoteIndex();
 	if (transactionDepth_ > 1) {
 		Run(kRollbackTo);
 		Run(kRelease);
@@ -443,6 +445,10 @@ STATUS DbFile::PutRow(const StoredNote& note, const char* sqlText) {
 	sqlite3_bind_blob(st, 5, items.summary.data(), static_cast<int>(items.summary.size()), SQLITE_STATIC);
 	sqlite3_bind_blob(st, 6, items.body.data(), static_cast<int>(items.body.size()), SQLITE_STATIC);
 	STATUS s = SqlStatus(sqlite3_step(st));
+	if (s == NOERROR && sqlite3_changes(db_) > 0) {
+		RowChanged(note.id);
+		if (noteIndex_) noteIndex_->Put(note.id, note.noteClass, items.summary.data(), items.summary.size());
+	}
 	sqlite3_reset(st);
 	return s;
 }
@@ -460,6 +466,8 @@ STATUS DbFile::DeleteRow(NOTEID id) {
 	sqlite3_bind_int64(st, 1, id);
 	STATUS s = SqlStatus(sqlite3_step(st));
 	sqlite3_reset(st);
+	if (s == NOERROR) RowChanged(id);
+	if (s == NOERROR && noteIndex_) noteIndex_->Remove(id);
 	return s;
 }
 
@@ -471,7 +479,34 @@ STATUS DbFile::WriteStub(const StoredNote& stub) {
 	BindStruct(st, 2, HeadOf(stub, true));
 	STATUS s = SqlStatus(sqlite3_step(st));
 	sqlite3_reset(st);
+	if (s == NOERROR) RowChanged(stub.id);
+	if (s == NOERROR && noteIndex_) noteIndex_->Remove(stub.id);
 	return s;
+}
+
+NoteIndex& DbFile::StartNoteIndex(std::vector<std::string> fields) {
+	noteIndex_ = std::make_unique<NoteIndex>(std::move(fields));
+	++noteIndexEpoch_;
+	return *noteIndex_;
+}
+
+// A rolled-back change may have been recorded in the map already.
+void DbFile::DropNoteIndex() {
+	if (!noteIndex_) return;
+	noteIndex_.reset();
+	++noteIndexEpoch_;
+}
+
+void DbFile::RowChanged(NOTEID id) {
+	if (rowChangeLog_.empty()) rowChangeLog_.resize(kRowChangeLogSize);
+	rowChangeLog_[rowChanges_ % kRowChangeLogSize] = id;
+	++rowChanges_;
+}
+
+bool DbFile::RowsChangedSince(uint64_t count, std::vector<NOTEID>& ids) const {
+	if (count < rowChangesUnknownTo_ || rowChanges_ - count > kRowChangeLogSize) return false;
+	for (uint64_t i = count; i < rowChanges_; ++i) ids.push_back(rowChangeLog_[i % kRowChangeLogSize]);
+	return true;
 }
 
 STATUS DbFile::ReadNextNoteId(NOTEID& next) {

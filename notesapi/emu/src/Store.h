@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "Emu.h"
+#include "NoteIndex.h"
 
 namespace emu {
 
@@ -174,10 +175,25 @@ public:
 	bool bulkLoad() const { return bulkLoad_; }
 	static constexpr int kBulkGroupSize = 20000;
 
+	// The in-memory map of this file's notes that searches use (NoteIndex.h); null when there is none.
+	NoteIndex* noteIndex() { return noteIndex_.get(); }
+	// Replaces it by an empty one with columns for these fields, for the caller's walk to fill.
+	NoteIndex& StartNoteIndex(std::vector<std::string> fields);
+	// Changes whenever the map is replaced or dropped.
+	uint64_t noteIndexEpoch() const { return noteIndexEpoch_; }
+
 	sqlite3* sql() { return db_; }
 	// A cached prepared statement for this connection, reset and unbound.
 	sqlite3_stmt* Prepare(const char* sqlText);
-	void Touch() { ++generation_; }
+	void Touch() {
+		++generation_;
+		rowChangesUnknownTo_ = ++rowChanges_;
+	}
+	// Rows written or removed through this connection, counted; RowsChangedSince gives the IDs of
+	// those after the first `count`, or false when it cannot tell (too many since, or a change not
+	// made row by row).
+	uint64_t rowChanges() const { return rowChanges_; }
+	bool RowsChangedSince(uint64_t count, std::vector<NOTEID>& ids) const;
 
 private:
 	DbFile(std::string path, sqlite3* db) : path_(std::move(path)), db_(db) {}
@@ -191,6 +207,9 @@ private:
 	STATUS StorePendingNextId();
 	// Commits the bulk group so far and starts the next one.
 	STATUS WriteBulkGroup();
+	void DropNoteIndex();
+	void RowChanged(NOTEID id);
+	static constexpr size_t kRowChangeLogSize = 16384;
 
 	std::string path_;
 	sqlite3* db_;
@@ -203,6 +222,11 @@ private:
 	NOTEID pendingNextId_ = 0;
 	NOTEID pendingAtChangeStart_ = 0;
 	std::map<const char*, sqlite3_stmt*> statements_;
+	std::unique_ptr<NoteIndex> noteIndex_;
+	uint64_t noteIndexEpoch_ = 0;
+	uint64_t rowChanges_ = 0;
+	uint64_t rowChangesUnknownTo_ = 0;
+	std::vector<NOTEID> rowChangeLog_;  // ring of the last kRowChangeLogSize, by count
 };
 
 // A write transaction that rolls back unless committed.
