@@ -198,6 +198,37 @@ TEST(SearchMap, EverySearchReportsWhatTheFullWalkReports) {
 	}
 }
 
+// The walk that fills the map has its callback change notes behind and ahead of it, delete some and
+// add new ones: the map it leaves must agree with the file.
+struct ChangingWalk {
+	DBHANDLE db;
+	std::vector<NOTEID>& ids;
+	std::mt19937& random;
+};
+
+STATUS LNCALLBACK ChangeOneNote(void* param, SEARCH_MATCH*, ITEM_TABLE*) {
+	auto* walk = static_cast<ChangingWalk*>(param);
+	ChangeAtRandom(walk->db, walk->ids, walk->random, 1);
+	return NOERROR;
+}
+
+TEST(SearchMap, ChangesMadeWhileTheMapIsFilledAreKept) {
+	std::mt19937 random(11);
+	ASSERT_EQ(NSFDbCreate("map_filling.nsf", DBCLASS_NOTEFILE, FALSE), NOERROR);
+	DBHANDLE db;
+	ASSERT_EQ(NSFDbOpen("map_filling.nsf", &db), NOERROR);
+	std::vector<NOTEID> ids;
+	for (int i = 0; i < 2500; ++i) ids.push_back(AddRandomNote(db, random));
+	NSFDbClose(db);
+	ASSERT_EQ(NSFDbOpen("map_filling.nsf", &db), NOERROR);  // a connection without a map
+	FORMULAHANDLE formula = Compile("Form=\"dictionary\" | Form=\"memo\"");
+	ChangingWalk walk{db, ids, random};
+	ASSERT_EQ(NSFSearch(db, formula, nullptr, 0, NOTE_CLASS_ALL, nullptr, ChangeOneNote, &walk, nullptr), NOERROR);
+	OSMemFree(formula);
+	ExpectSameAsFullWalk(db, "after the walk that filled the map");
+	NSFDbClose(db);
+}
+
 // A search inside the callback, on another field, starts a map of its own; the outer walk goes on
 // without one and still reports every match once.
 struct NestedWalk {

@@ -24,14 +24,26 @@ void Change(DBHANDLE db, NOTEID id, Edit edit) {
 	NSFNoteClose(note);
 }
 
+// Creates a document whose items `fill` sets.
+template <typename Fill>
+NOTEID Add(DBHANDLE db, Fill fill) {
+	NOTEHANDLE note;
+	EXPECT_EQ(NSFNoteCreate(db, &note), NOERROR);
+	fill(note);
+	EXPECT_EQ(NSFNoteUpdate(note, 0), NOERROR);
+	NOTEID id = IdOf(note);
+	NSFNoteClose(note);
+	return id;
+}
+
 void SetForm(DBHANDLE db, NOTEID id, const char* form) {
 	Change(db, id, [form](NOTEHANDLE note) { NSFItemSetText(note, "Form", form, MAXWORD); });
 }
 
-Ids Matches(DBHANDLE db, const char* formula, WORD classMask = NOTE_CLASS_DOCUMENT) {
+Ids Matches(DBHANDLE db, const char* formula) {
 	FORMULAHANDLE f = Compile(formula);
 	std::vector<Visit> visits;
-	EXPECT_EQ(Search(db, f, classMask, visits), NOERROR) << formula;
+	EXPECT_EQ(Search(db, f, NOTE_CLASS_DOCUMENT, visits), NOERROR) << formula;
 	if (f) OSMemFree(f);
 	Ids ids;
 	for (const Visit& v : visits) {
@@ -53,25 +65,17 @@ TEST_F(PlatformFormSearch, EveryKindOfFormValueIsJudgedByTheFormulaOnEverySearch
 	const NOTEID spaced = AddForm(db_, "dictionary ");
 	const NOTEID empty = AddForm(db_, "");
 	const NOTEID noForm = AddDocument(db_, {{"Subject", "no form"}});
-	NOTEHANDLE note;
-	ASSERT_EQ(NSFNoteCreate(db_, &note), NOERROR);
-	NSFItemAppendTextList(note, "Form", "memo", MAXWORD, FALSE);
-	NSFItemAppendTextList(note, "Form", "Dictionary", MAXWORD, FALSE);
-	ASSERT_EQ(NSFNoteUpdate(note, 0), NOERROR);
-	const NOTEID list = IdOf(note);
-	NSFNoteClose(note);
-	ASSERT_EQ(NSFNoteCreate(db_, &note), NOERROR);
-	NUMBER five = 5;
-	NSFItemSetNumber(note, "Form", &five);
-	ASSERT_EQ(NSFNoteUpdate(note, 0), NOERROR);
-	const NOTEID number = IdOf(note);
-	NSFNoteClose(note);
+	const NOTEID list = Add(db_, [](NOTEHANDLE note) {
+		NSFItemAppendTextList(note, "Form", "memo", MAXWORD, FALSE);
+		NSFItemAppendTextList(note, "Form", "Dictionary", MAXWORD, FALSE);
+	});
+	const NOTEID number = Add(db_, [](NOTEHANDLE note) {
+		NUMBER five = 5;
+		NSFItemSetNumber(note, "Form", &five);
+	});
 	// Formulas see summary items only: a Form that is not one reads as absent.
-	ASSERT_EQ(NSFNoteCreate(db_, &note), NOERROR);
-	ASSERT_EQ(NSFItemAppend(note, 0, "Form", 4, TYPE_TEXT, "dictionary", 10), NOERROR);
-	ASSERT_EQ(NSFNoteUpdate(note, 0), NOERROR);
-	const NOTEID hidden = IdOf(note);
-	NSFNoteClose(note);
+	const NOTEID hidden =
+	    Add(db_, [](NOTEHANDLE note) { NSFItemAppend(note, 0, "Form", 4, TYPE_TEXT, "dictionary", 10); });
 	const NOTEID accented = AddForm(db_, "Entit\x82");  // LMBCS e-acute, not plain ASCII
 
 	for (int round = 0; round < 3; ++round) {

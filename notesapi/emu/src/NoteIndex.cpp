@@ -8,12 +8,11 @@
 
 namespace emu {
 
-NoteIndex::NoteIndex(std::vector<std::string> fields) : fields_(std::move(fields)) {
-	columns_.resize(fields_.size());
-	for (size_t i = 0; i < fields_.size(); ++i) {
-		columns_[i].field = fields_[i];
-		columns_[i].texts.emplace_back();  // kEvaluate
-	}
+NoteIndex::NoteIndex(std::vector<std::string> fields, NOTEID lastRow)
+    : fields_(std::move(fields)), keys_(fields_.size()), lastRow_(lastRow) {
+	for (Keys& keys : keys_) keys.texts.emplace_back();  // kEvaluate
+	rows_.keys.resize(fields_.size());
+	later_.keys.resize(fields_.size());
 }
 
 int NoteIndex::ColumnOf(std::string_view field) const {
@@ -22,22 +21,33 @@ int NoteIndex::ColumnOf(std::string_view field) const {
 	return -1;
 }
 
-// The entry of id, made (with class 0) when there is none. Rows come in ID order nearly always.
-size_t NoteIndex::SlotOf(NOTEID id) {
-	size_t at = ids_.size();
-	if (!ids_.empty() && id <= ids_.back()) {
-		at = static_cast<size_t>(std::lower_bound(ids_.begin(), ids_.end(), id) - ids_.begin());
-		if (ids_[at] == id) return at;
+size_t NoteIndex::Rows::SlotOf(NOTEID id) {
+	size_t at = ids.size();
+	if (!ids.empty() && id <= ids.back()) {
+		at = static_cast<size_t>(std::lower_bound(ids.begin(), ids.end(), id) - ids.begin());
+		if (ids[at] == id) return at;
 	}
-	ids_.insert(ids_.begin() + static_cast<std::ptrdiff_t>(at), id);
-	classes_.insert(classes_.begin() + static_cast<std::ptrdiff_t>(at), WORD{0});
-	for (Column& column : columns_)
-		column.keys.insert(column.keys.begin() + static_cast<std::ptrdiff_t>(at), kEvaluate);
+	const auto offset = static_cast<std::ptrdiff_t>(at);
+	ids.insert(ids.begin() + offset, id);
+	classes.insert(classes.begin() + offset, WORD{0});
+	for (std::vector<Key>& column : keys) column.insert(column.begin() + offset, kEvaluate);
 	return at;
 }
 
-NoteIndex::Key NoteIndex::KeyOf(Column& column, const void* summary, size_t summarySize) {
-	const std::string& field = column.field;
+void NoteIndex::Rows::Append(const Rows& more) {
+	ids.insert(ids.end(), more.ids.begin(), more.ids.end());
+	classes.insert(classes.end(), more.classes.begin(), more.classes.end());
+	for (size_t i = 0; i < keys.size(); ++i) keys[i].insert(keys[i].end(), more.keys[i].begin(), more.keys[i].end());
+}
+
+void NoteIndex::MarkComplete() {
+	rows_.Append(later_);
+	later_ = Rows();
+	complete_ = true;
+}
+
+NoteIndex::Key NoteIndex::KeyOf(size_t column, const void* summary, size_t summarySize) {
+	const std::string& field = fields_[column];
 	StoredItemView item;
 	auto named = [&field](std::string_view name) { return NameEquals(name, field); };
 	if (!summary || !FindStoredItem(summary, summarySize, field.size(), named, item)) return kEvaluate;
@@ -49,28 +59,45 @@ NoteIndex::Key NoteIndex::KeyOf(Column& column, const void* summary, size_t summ
 	std::string folded(text);
 	for (char& c : folded)
 		if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-	auto found = column.lookup.find(folded);
-	if (found != column.lookup.end()) return found->second;
-	if (column.texts.size() > 0xFFFF) return kEvaluate;  // no key left: such notes are read
-	Key key = static_cast<Key>(column.texts.size());
-	column.texts.push_back(folded);
-	column.lookup.emplace(std::move(folded), key);
+	Keys& keys = keys_[column];
+	auto found = keys.lookup.find(folded);
+	if (found != keys.lookup.end()) return found->second;
+	if (keys.texts.size() > 0xFFFF) return kEvaluate;  // no key left: such notes are read
+	Key key = static_cast<Key>(keys.texts.size());
+	keys.texts.push_back(folded);
+	keys.lookup.emplace(std::move(folded), key);
 	return key;
 }
 
+void NoteIndex::Set(Rows& rows, NOTEID id, WORD noteClass, const void* summary, size_t summarySize) {
+	size_t at = rows.SlotOf(id);
+	rows.classes[at] = noteClass;
+	for (size_t i = 0; i < fields_.size(); ++i)
+		rows.keys[i][at] = noteClass == 0 ? kEvaluate : KeyOf(i, summary, summarySize);
+}
+
+void NoteIndex::FillRow(NOTEID id, WORD noteClass, const void* summary, size_t summarySize) {
+	Set(rows_, id, noteClass, summary, summarySize);
+}
+
+NoteIndex::Rows* NoteIndex::RowsFor(NOTEID id) {
+	if (complete_) return &rows_;
+	if (id > lastRow_) return &later_;
+	return !rows_.ids.empty() && id <= rows_.ids.back() ? &rows_ : nullptr;
+}
+
 void NoteIndex::Put(NOTEID id, WORD noteClass, const void* summary, size_t summarySize) {
-	size_t at = SlotOf(id);
-	classes_[at] = noteClass;
-	for (Column& column : columns_)
-		column.keys[at] = noteClass == 0 ? kEvaluate : KeyOf(column, summary, summarySize);
+	if (Rows* rows = RowsFor(id)) Set(*rows, id, noteClass, summary, summarySize);
 }
 
 void NoteIndex::Remove(NOTEID id) {
-	auto found = std::lower_bound(ids_.begin(), ids_.end(), id);
-	if (found == ids_.end() || *found != id) return;  // a row the walk filling the index has not reached
-	size_t at = static_cast<size_t>(found - ids_.begin());
-	classes_[at] = 0;
-	for (Column& column : columns_) column.keys[at] = kEvaluate;
+	Rows* rows = RowsFor(id);
+	if (!rows) return;
+	auto found = std::lower_bound(rows->ids.begin(), rows->ids.end(), id);
+	if (found == rows->ids.end() || *found != id) return;
+	size_t at = static_cast<size_t>(found - rows->ids.begin());
+	rows->classes[at] = 0;
+	for (std::vector<Key>& column : rows->keys) column[at] = kEvaluate;
 }
 
 NoteIndex::Filter NoteIndex::MakeFilter(WORD classMask, WORD alwaysClasses, int column,
@@ -78,8 +105,8 @@ NoteIndex::Filter NoteIndex::MakeFilter(WORD classMask, WORD alwaysClasses, int 
 	Filter filter;
 	filter.classMask = classMask;
 	filter.alwaysClasses = alwaysClasses & classMask;
-	if (column < 0 || static_cast<size_t>(column) >= columns_.size() || !folded) return filter;
-	const Column& keys = columns_[static_cast<size_t>(column)];
+	if (column < 0 || static_cast<size_t>(column) >= keys_.size() || !folded) return filter;
+	const Keys& keys = keys_[static_cast<size_t>(column)];
 	filter.column = column;
 	filter.wanted.assign(keys.texts.size(), false);
 	filter.wanted[kEvaluate] = true;
@@ -94,17 +121,18 @@ NoteIndex::Span NoteIndex::Gather(NOTEID after, NOTEID upTo, const Filter& filte
                                   std::vector<NOTEID>& ids) const {
 	Span span;
 	span.reached = upTo;
-	const Key* keys = filter.column >= 0 ? columns_[static_cast<size_t>(filter.column)].keys.data() : nullptr;
-	size_t at = static_cast<size_t>(std::upper_bound(ids_.begin(), ids_.end(), after) - ids_.begin());
+	const std::vector<NOTEID>& rowIds = rows_.ids;
+	const Key* keys = filter.column >= 0 ? rows_.keys[static_cast<size_t>(filter.column)].data() : nullptr;
+	size_t at = static_cast<size_t>(std::upper_bound(rowIds.begin(), rowIds.end(), after) - rowIds.begin());
 	size_t taken = 0;
-	for (; at < ids_.size() && ids_[at] <= upTo; ++at) {
+	for (; at < rowIds.size() && rowIds[at] <= upTo; ++at) {
 		++span.looked;
-		const WORD noteClass = classes_[at];
+		const WORD noteClass = rows_.classes[at];
 		if ((noteClass & filter.classMask) == 0) continue;
 		if (keys && !(noteClass & filter.alwaysClasses) && !filter.wanted[keys[at]]) continue;
-		ids.push_back(ids_[at]);
+		ids.push_back(rowIds[at]);
 		if (++taken == limit) {
-			span.reached = ids_[at];
+			span.reached = rowIds[at];
 			span.more = true;
 			break;
 		}

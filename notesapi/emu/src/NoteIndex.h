@@ -7,7 +7,9 @@
 //
 // The connection (DbFile) owns it. It is filled by a search's full walk of the table, kept current
 // by every row the connection writes, and dropped on any rollback, so it never disagrees with the
-// file; nothing of it is stored.
+// file; nothing of it is stored. While the walk fills it, a change to a row the walk has yet to read
+// is left to the walk, and rows made after the walk began wait aside until it is done, so the walk
+// only ever appends.
 #ifndef EMU_NOTEINDEX_H
 #define EMU_NOTEINDEX_H
 
@@ -28,17 +30,19 @@ public:
 	static constexpr size_t kMaxFields = 4;
 	static constexpr size_t kMaxKeyLength = 128;
 
-	explicit NoteIndex(std::vector<std::string> fields);
+	// An empty map that a walk of the rows up to lastRow fills (FillRow), with columns for fields.
+	NoteIndex(std::vector<std::string> fields, NOTEID lastRow);
 
-	// True once a walk has put every row in; until then searches do not use it.
+	// True once the walk has put every row in; until then searches do not use it.
 	bool complete() const { return complete_; }
-	void MarkComplete() { complete_ = true; }
+	void MarkComplete();
 	const std::vector<std::string>& fields() const { return fields_; }
 	// The column of a field (names match as item names do); -1 when it has none.
 	int ColumnOf(std::string_view field) const;
-	size_t size() const { return ids_.size(); }
-
-	// Records a row as written: noteClass 0 for a deletion stub; summary is its encoded summary items.
+	// The filling walk's rows, in ID order: noteClass 0 for a deletion stub; summary is the row's
+	// encoded summary items.
+	void FillRow(NOTEID id, WORD noteClass, const void* summary, size_t summarySize);
+	// A row written or removed.
 	void Put(NOTEID id, WORD noteClass, const void* summary, size_t summarySize);
 	void Remove(NOTEID id);
 
@@ -64,21 +68,31 @@ public:
 	Span Gather(NOTEID after, NOTEID upTo, const Filter& filter, size_t limit, std::vector<NOTEID>& ids) const;
 
 private:
-	struct Column {
-		std::string field;
-		std::vector<Key> keys;                    // parallel to ids_
-		std::vector<std::string> texts;           // by key; texts[kEvaluate] unused
+	// Rows in ascending ID order, a key for each column.
+	struct Rows {
+		std::vector<NOTEID> ids;
+		std::vector<WORD> classes;
+		std::vector<std::vector<Key>> keys;  // by column
+		// The entry of id, made (class 0) when there is none.
+		size_t SlotOf(NOTEID id);
+		void Append(const Rows& more);
+	};
+	struct Keys {
+		std::vector<std::string> texts;  // by key; texts[kEvaluate] unused
 		std::unordered_map<std::string, Key> lookup;
 	};
 
-	size_t SlotOf(NOTEID id);
-	Key KeyOf(Column& column, const void* summary, size_t summarySize);
+	void Set(Rows& rows, NOTEID id, WORD noteClass, const void* summary, size_t summarySize);
+	// Where a change to row id goes, null when the filling walk has yet to read it.
+	Rows* RowsFor(NOTEID id);
+	Key KeyOf(size_t column, const void* summary, size_t summarySize);
 
 	std::vector<std::string> fields_;
+	std::vector<Keys> keys_;  // by column
+	NOTEID lastRow_;
 	bool complete_ = false;
-	std::vector<NOTEID> ids_;  // ascending
-	std::vector<WORD> classes_;
-	std::vector<Column> columns_;
+	Rows rows_;
+	Rows later_;  // rows made while the map was being filled
 };
 
 }  // namespace emu

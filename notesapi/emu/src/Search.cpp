@@ -191,12 +191,12 @@ void PutInIndex(NoteIndex& index, sqlite3_stmt* st, NOTEID id) {
 	NoteHead head;
 	const void* headBlob = sqlite3_column_blob(st, 1);
 	if (!headBlob || static_cast<size_t>(sqlite3_column_bytes(st, 1)) < sizeof(NoteHead)) {
-		index.Put(id, 0, nullptr, 0);
+		index.FillRow(id, 0, nullptr, 0);
 		return;
 	}
 	std::memcpy(&head, headBlob, sizeof head);
 	if (head.deleted) {
-		index.Put(id, 0, nullptr, 0);
+		index.FillRow(id, 0, nullptr, 0);
 		return;
 	}
 	const void* summary = nullptr;
@@ -205,7 +205,7 @@ void PutInIndex(NoteIndex& index, sqlite3_stmt* st, NOTEID id) {
 		summary = sqlite3_column_blob(st, 2);
 		size = static_cast<size_t>(sqlite3_column_bytes(st, 2));
 	}
-	index.Put(id, head.noteClass, summary, size);
+	index.FillRow(id, head.noteClass, summary, size);
 }
 
 // Reads the next batch of rows after lastId, putting each in `filling` when there is one.
@@ -315,7 +315,7 @@ struct Filling {
 
 // Starts a new map unless the connection's own serves this walk: one with a column for the
 // walk's field, as long as a map can take one more.
-Filling StartFilling(const Walk& walk) {
+Filling StartFilling(const Walk& walk, NOTEID maxId) {
 	if (walk.reportNonMatches) return Filling();
 	const NoteIndex* index = walk.file->noteIndex();
 	std::vector<std::string> fields;
@@ -326,7 +326,7 @@ Filling StartFilling(const Walk& walk) {
 	}
 	if (!walk.choiceField.empty()) fields.emplace_back(walk.choiceField);
 	Filling filling;
-	filling.index = &walk.file->StartNoteIndex(std::move(fields));
+	filling.index = &walk.file->StartNoteIndex(std::move(fields), maxId);
 	filling.epoch = walk.file->noteIndexEpoch();
 	return filling;
 }
@@ -367,7 +367,7 @@ bool Refresh(const Walk& walk, Candidate& candidate) {
 STATUS RunSearch(DBHANDLE hDB, const Walk& walk, NSFSEARCHPROC routine, void* parameter) {
 	NOTEID maxId = 0;
 	if (STATUS s = walk.file->HighestNoteId(maxId)) return s;
-	Filling filling = StartFilling(walk);
+	Filling filling = StartFilling(walk, maxId);
 	std::vector<Candidate> batch;
 	NOTEID lastId = 0;
 	bool more = true;

@@ -484,8 +484,8 @@ STATUS DbFile::WriteStub(const StoredNote& stub) {
 	return s;
 }
 
-NoteIndex& DbFile::StartNoteIndex(std::vector<std::string> fields) {
-	noteIndex_ = std::make_unique<NoteIndex>(std::move(fields));
+NoteIndex& DbFile::StartNoteIndex(std::vector<std::string> fields, NOTEID lastRow) {
+	noteIndex_ = std::make_unique<NoteIndex>(std::move(fields), lastRow);
 	++noteIndexEpoch_;
 	return *noteIndex_;
 }

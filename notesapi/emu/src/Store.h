@@ -177,8 +177,9 @@ public:
 
 	// The in-memory map of this file's notes that searches use (NoteIndex.h); null when there is none.
 	NoteIndex* noteIndex() { return noteIndex_.get(); }
-	// Replaces it by an empty one with columns for these fields, for the caller's walk to fill.
-	NoteIndex& StartNoteIndex(std::vector<std::string> fields);
+	// Replaces it by an empty one with columns for these fields, for the caller's walk of the rows
+	// up to lastRow to fill.
+	NoteIndex& StartNoteIndex(std::vector<std::string> fields, NOTEID lastRow);
 	// Changes whenever the map is replaced or dropped.
 	uint64_t noteIndexEpoch() const { return noteIndexEpoch_; }
 
