@@ -10,7 +10,6 @@ namespace emu {
 
 NoteIndex::NoteIndex(std::vector<std::string> fields, NOTEID lastRow)
     : fields_(std::move(fields)), keys_(fields_.size()), lastRow_(lastRow) {
-	for (Keys& keys : keys_) keys.texts.emplace_back();  // kEvaluate
 	rows_.keys.resize(fields_.size());
 	later_.keys.resize(fields_.size());
 }
@@ -59,13 +58,12 @@ NoteIndex::Key NoteIndex::KeyOf(size_t column, const void* summary, size_t summa
 	std::string folded(text);
 	for (char& c : folded)
 		if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-	Keys& keys = keys_[column];
-	auto found = keys.lookup.find(folded);
-	if (found != keys.lookup.end()) return found->second;
-	if (keys.texts.size() > 0xFFFF) return kEvaluate;  // no key left: such notes are read
-	Key key = static_cast<Key>(keys.texts.size());
-	keys.texts.push_back(folded);
-	keys.lookup.emplace(std::move(folded), key);
+	auto& keys = keys_[column];
+	auto found = keys.find(folded);
+	if (found != keys.end()) return found->second;
+	if (keys.size() >= 0xFFFF) return kEvaluate;  // no key left: such notes are read
+	Key key = static_cast<Key>(keys.size() + 1);
+	keys.emplace(std::move(folded), key);
 	return key;
 }
 
@@ -106,13 +104,13 @@ NoteIndex::Filter NoteIndex::MakeFilter(WORD classMask, WORD alwaysClasses, int 
 	filter.classMask = classMask;
 	filter.alwaysClasses = alwaysClasses & classMask;
 	if (column < 0 || static_cast<size_t>(column) >= keys_.size() || !folded) return filter;
-	const Keys& keys = keys_[static_cast<size_t>(column)];
+	const auto& keys = keys_[static_cast<size_t>(column)];
 	filter.column = column;
-	filter.wanted.assign(keys.texts.size(), false);
+	filter.wanted.assign(keys.size() + 1, false);
 	filter.wanted[kEvaluate] = true;
 	for (const std::string& text : *folded) {
-		auto found = keys.lookup.find(text);
-		if (found != keys.lookup.end()) filter.wanted[found->second] = true;
+		auto found = keys.find(text);
+		if (found != keys.end()) filter.wanted[found->second] = true;
 	}
 	return filter;
 }

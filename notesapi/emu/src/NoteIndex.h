@@ -77,10 +77,6 @@ private:
 		size_t SlotOf(NOTEID id);
 		void Append(const Rows& more);
 	};
-	struct Keys {
-		std::vector<std::string> texts;  // by key; texts[kEvaluate] unused
-		std::unordered_map<std::string, Key> lookup;
-	};
 
 	void Set(Rows& rows, NOTEID id, WORD noteClass, const void* summary, size_t summarySize);
 	// Where a change to row id goes, null when the filling walk has yet to read it.
@@ -88,7 +84,7 @@ private:
 	Key KeyOf(size_t column, const void* summary, size_t summarySize);
 
 	std::vector<std::string> fields_;
-	std::vector<Keys> keys_;  // by column
+	std::vector<std::unordered_map<std::string, Key>> keys_;  // by column: folded text -> key, from 1
 	NOTEID lastRow_;
 	bool complete_ = false;
 	Rows rows_;
