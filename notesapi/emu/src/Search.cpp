@@ -19,7 +19,6 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <unordered_set>
 #include <vector>
 
 #include "Emu.h"
@@ -331,25 +330,29 @@ Filling StartFilling(const Walk& walk, NOTEID maxId) {
 	return filling;
 }
 
-// The notes whose rows changed since a batch was read, as far as the connection's log tells.
+// The notes whose rows changed since a batch was read, as far as the connection's log tells, asked
+// about in ascending note-ID order.
 class ChangedRows {
 public:
 	explicit ChangedRows(uint64_t since) : seen_(since) {}
 
 	bool Has(const DbFile& file, NOTEID id) {
-		if (file.rowChanges() != seen_ && !all_) {
-			std::vector<NOTEID> ids;
-			all_ = !file.RowsChangedSince(seen_, ids);
-			ids_.insert(ids.begin(), ids.end());
+		if (all_) return true;
+		if (file.rowChanges() != seen_) {
+			all_ = !file.RowsChangedSince(seen_, ahead_);
 			seen_ = file.rowChanges();
+			if (all_) return true;
 		}
-		return all_ || ids_.count(id) != 0;
+		// Changes to notes before this one no longer matter (mostly the notes already reported).
+		ahead_.erase(std::remove_if(ahead_.begin(), ahead_.end(), [id](NOTEID changed) { return changed < id; }),
+		             ahead_.end());
+		return std::find(ahead_.begin(), ahead_.end(), id) != ahead_.end();
 	}
 
 private:
 	uint64_t seen_;
 	bool all_ = false;
-	std::unordered_set<NOTEID> ids_;
+	std::vector<NOTEID> ahead_;
 };
 
 // Looks at a batched note again after its row changed.
