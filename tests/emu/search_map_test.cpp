@@ -190,10 +190,9 @@ TEST(SearchMap, EverySearchReportsWhatTheFullWalkReports) {
 		ASSERT_EQ(NSFDbOpen(path.c_str(), &db), NOERROR);
 		std::vector<NOTEID> ids;
 		for (int i = 0; i < 2500; ++i) ids.push_back(AddRandomNote(db, random));
-		for (int round = 0; round < 3; ++round) {
-			ExpectSameAsFullWalk(db, "seed " + std::to_string(seed) + ", round " + std::to_string(round));
-			ChangeAtRandom(db, ids, random, 300);
-		}
+		ExpectSameAsFullWalk(db, "seed " + std::to_string(seed));
+		ChangeAtRandom(db, ids, random, 300);
+		ExpectSameAsFullWalk(db, "seed " + std::to_string(seed) + ", changed");
 		NSFDbClose(db);
 	}
 }
