@@ -87,6 +87,11 @@ Value Evaluate(const Program&, const FieldSource&);
 bool Selects(const Program&, const FieldSource&);
 // Upper-cased names the formula reads (lets the core load only those items).
 const std::vector<std::string>& ReferencedFields(const Program&);
+// For a formula that only asks whether one field is one of some texts (F = "a" | F = "b" : "c"):
+// the field's name as written and the texts' caseless forms; false for a formula of another shape.
+// A note whose field is a single plain-ASCII text is selected exactly when that text in ASCII lower
+// case is one of `folded`; any other note needs an evaluation.
+bool FindFieldChoice(const Program&, std::string_view& field, const std::vector<std::string>*& folded);
 
 }  // namespace emu::formula
 

@@ -59,6 +59,14 @@ TextChoice FindTextChoice(const Program::Compiled& compiled) {
     return choice;
 }
 
+bool FindFieldChoice(const Program& program, std::string_view& field, const std::vector<std::string>*& folded) {
+    const Program::Compiled& compiled = program.compiled();
+    if (!compiled.choice.found) return false;
+    field = compiled.fieldNames[compiled.choice.field];
+    folded = &compiled.choice.folded;
+    return true;
+}
+
 bool DecideTextChoice(const Program::Compiled& compiled, const FieldSource& source, bool& selected) {
     const TextChoice& choice = compiled.choice;
     std::string_view text;

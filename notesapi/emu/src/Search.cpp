@@ -5,10 +5,16 @@
 // buffers see summary items only. Callbacks run between batches, never
 // while a statement is open, so they may change the database freely.
 // The walk is bounded by the highest note ID at its start (notes created by
-// a callback are not visited) and, once anything was written, re-reads each
-// batched note before reporting it (deleted notes are skipped, changed ones
-// evaluated again). Note IDs do not change on update, so no note is
-// reported twice.
+// a callback are not visited) and re-reads a batched note whose row was
+// written since the batch was read before reporting it (deleted notes are
+// skipped, changed ones evaluated again); when the connection cannot tell
+// which rows were written, it re-reads every one. Note IDs do not change on
+// update, so no note is reported twice.
+//
+// A walk that reports matches only may take its batches from the
+// connection's map of the notes (NoteIndex.h): it reads only the rows of
+// the notes it could report, each still judged by the formula. A walk
+// without a usable map fills one as it reads the table.
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -17,6 +23,7 @@
 
 #include "Emu.h"
 #include "Formula.h"
+#include "NoteIndex.h"
 #include "Store.h"
 #include "Values.h"
 
@@ -108,6 +115,9 @@ struct Walk {
 	const TIMEDATE* since;
 	bool reportNonMatches;
 	DBID dbid;
+	// A formula that only compares one field with texts: that field and the texts' caseless forms.
+	std::string_view choiceField;
+	const std::vector<std::string>* choiceTexts;
 };
 
 bool ModifiedSince(const TIMEDATE& modified, const TIMEDATE* since) {
@@ -175,8 +185,31 @@ bool Consider(const Walk& walk, const Row& row, Candidate& out) {
 	return true;
 }
 
-// Reads the next batch after lastId; returns false at the end.
-STATUS ReadBatch(const Walk& walk, NOTEID& lastId, NOTEID maxId, std::vector<Candidate>& batch, bool& more) {
+// Records the row the statement is on in a note map being filled.
+void PutInIndex(NoteIndex& index, sqlite3_stmt* st, NOTEID id) {
+	NoteHead head;
+	const void* headBlob = sqlite3_column_blob(st, 1);
+	if (!headBlob || static_cast<size_t>(sqlite3_column_bytes(st, 1)) < sizeof(NoteHead)) {
+		index.FillRow(id, 0, nullptr, 0);
+		return;
+	}
+	std::memcpy(&head, headBlob, sizeof head);
+	if (head.deleted) {
+		index.FillRow(id, 0, nullptr, 0);
+		return;
+	}
+	const void* summary = nullptr;
+	size_t size = 0;
+	if (!index.fields().empty()) {
+		summary = sqlite3_column_blob(st, 2);
+		size = static_cast<size_t>(sqlite3_column_bytes(st, 2));
+	}
+	index.FillRow(id, head.noteClass, summary, size);
+}
+
+// Reads the next batch of rows after lastId, putting each in `filling` when there is one.
+STATUS ReadBatch(const Walk& walk, NoteIndex* filling, NOTEID& lastId, NOTEID maxId, std::vector<Candidate>& batch,
+                 bool& more) {
 	sqlite3_stmt* st = walk.file->Prepare(kBatch);
 	if (!st) return ERR_IOERROR;
 	sqlite3_bind_int64(st, 1, lastId);
@@ -193,6 +226,7 @@ STATUS ReadBatch(const Walk& walk, NOTEID& lastId, NOTEID maxId, std::vector<Can
 		}
 		++rows;
 		row.id = lastId = static_cast<NOTEID>(id);
+		if (filling) PutInIndex(*filling, st, row.id);
 		if (ReadRow(walk, st, row) && Consider(walk, row, candidate)) batch.push_back(std::move(candidate));
 	}
 	more = rows == kBatchSize;
@@ -200,7 +234,128 @@ STATUS ReadBatch(const Walk& walk, NOTEID& lastId, NOTEID maxId, std::vector<Can
 	return rows == kBatchSize || rc == SQLITE_DONE ? NOERROR : ERR_IOERROR;
 }
 
-// Looks at a batched note again after the database changed.
+// The candidates' rows one by one.
+STATUS ReadEach(const Walk& walk, const std::vector<NOTEID>& ids, std::vector<Candidate>& batch) {
+	Candidate candidate;
+	Row row;
+	for (NOTEID id : ids) {
+		sqlite3_stmt* st = walk.file->Prepare(kOneNote);
+		if (!st) return ERR_IOERROR;
+		sqlite3_bind_int64(st, 1, id);
+		int rc = sqlite3_step(st);
+		row.id = id;
+		if (rc == SQLITE_ROW && ReadRow(walk, st, row) && Consider(walk, row, candidate))
+			batch.push_back(std::move(candidate));
+		sqlite3_reset(st);
+		if (rc != SQLITE_ROW && rc != SQLITE_DONE) return ERR_IOERROR;
+	}
+	return NOERROR;
+}
+
+// The candidates' rows from one scan of the range after `after`, passing over the other rows
+// without reading them: cheaper than looking each up when they are a good share of the range.
+STATUS ReadRange(const Walk& walk, NOTEID after, const std::vector<NOTEID>& ids, std::vector<Candidate>& batch) {
+	sqlite3_stmt* st = walk.file->Prepare(kBatch);
+	if (!st) return ERR_IOERROR;
+	sqlite3_bind_int64(st, 1, after);
+	Candidate candidate;
+	Row row;
+	size_t next = 0;
+	int rc = SQLITE_DONE;
+	while (next < ids.size() && (rc = sqlite3_step(st)) == SQLITE_ROW) {
+		const NOTEID id = static_cast<NOTEID>(sqlite3_column_int64(st, 0));
+		while (next < ids.size() && ids[next] < id) ++next;  // a candidate without a row
+		if (next == ids.size() || ids[next] != id) continue;
+		++next;
+		row.id = id;
+		if (ReadRow(walk, st, row) && Consider(walk, row, candidate)) batch.push_back(std::move(candidate));
+	}
+	sqlite3_reset(st);
+	return rc == SQLITE_ROW || rc == SQLITE_DONE ? NOERROR : ERR_IOERROR;
+}
+
+// Share of the range's notes above which the candidates are read by a scan of the range.
+constexpr size_t kRangeShareDivisor = 4;
+
+// Reads the next batch of notes after lastId that the map cannot rule out.
+STATUS ReadIndexedBatch(const Walk& walk, const NoteIndex& index, NOTEID& lastId, NOTEID maxId,
+                        std::vector<Candidate>& batch, bool& more) {
+	// Classes the formula does not apply to are reported whatever their fields hold.
+	WORD alwaysRead = (walk.flags & SEARCH_DATAONLY_FORMULA) ? static_cast<WORD>(~NOTE_CLASS_DATA) : WORD{0};
+	int column = walk.choiceField.empty() ? -1 : index.ColumnOf(walk.choiceField);
+	NoteIndex::Filter filter = index.MakeFilter(walk.classMask, alwaysRead, column, walk.choiceTexts);
+	std::vector<NOTEID> ids;
+	ids.reserve(kBatchSize);
+	NoteIndex::Span span = index.Gather(lastId, maxId, filter, kBatchSize, ids);
+	const NOTEID after = lastId;
+	lastId = span.reached;
+	more = span.more;
+	batch.clear();
+	if (ids.empty()) return NOERROR;
+	return ids.size() * kRangeShareDivisor > span.looked ? ReadRange(walk, after, ids, batch)
+	                                                      : ReadEach(walk, ids, batch);
+}
+
+// The connection's note map when complete, for a walk that may use one.
+const NoteIndex* UsableIndex(const Walk& walk) {
+	if (walk.reportNonMatches) return nullptr;
+	const NoteIndex* index = walk.file->noteIndex();
+	return index && index->complete() ? index : nullptr;
+}
+
+// A note map this walk fills as it reads the table.
+struct Filling {
+	NoteIndex* index = nullptr;
+	uint64_t epoch = 0;
+
+	// Null once the map was replaced or dropped (by a change rolled back, another search).
+	NoteIndex* current(const DbFile& file) const { return file.noteIndexEpoch() == epoch ? index : nullptr; }
+};
+
+// Starts a new map unless the connection's own serves this walk: one with a column for the
+// walk's field, as long as a map can take one more.
+Filling StartFilling(const Walk& walk, NOTEID maxId) {
+	if (walk.reportNonMatches) return Filling();
+	const NoteIndex* index = walk.file->noteIndex();
+	std::vector<std::string> fields;
+	if (index && index->complete()) {
+		bool lacksField = !walk.choiceField.empty() && index->ColumnOf(walk.choiceField) < 0;
+		if (!lacksField || index->fields().size() >= NoteIndex::kMaxFields) return Filling();
+		fields = index->fields();
+	}
+	if (!walk.choiceField.empty()) fields.emplace_back(walk.choiceField);
+	Filling filling;
+	filling.index = &walk.file->StartNoteIndex(std::move(fields), maxId);
+	filling.epoch = walk.file->noteIndexEpoch();
+	return filling;
+}
+
+// The notes whose rows changed since a batch was read, as far as the connection's log tells, asked
+// about in ascending note-ID order.
+class ChangedRows {
+public:
+	explicit ChangedRows(uint64_t since) : seen_(since) {}
+
+	bool Has(const DbFile& file, NOTEID id) {
+		if (all_) return true;
+		if (file.rowChanges() != seen_) {
+			all_ = !file.RowsChangedSince(seen_, ahead_);
+			seen_ = file.rowChanges();
+			if (all_) return true;
+		}
+		// Changes to notes before this one no longer matter (mostly the notes already reported).
+		ahead_.erase(std::remove_if(ahead_.begin(), ahead_.end(), [id](NOTEID changed) { return changed < id; }),
+		             ahead_.end());
+		return std::find(ahead_.begin(), ahead_.end(), id) != ahead_.end();
+	}
+
+private:
+	uint64_t seen_;
+	bool all_ = false;
+	std::vector<NOTEID> ahead_;
+};
+
+// Looks at a batched note again after its row changed.
 bool Refresh(const Walk& walk, Candidate& candidate) {
 	sqlite3_stmt* st = walk.file->Prepare(kOneNote);
 	if (!st) return false;
@@ -215,14 +370,21 @@ bool Refresh(const Walk& walk, Candidate& candidate) {
 STATUS RunSearch(DBHANDLE hDB, const Walk& walk, NSFSEARCHPROC routine, void* parameter) {
 	NOTEID maxId = 0;
 	if (STATUS s = walk.file->HighestNoteId(maxId)) return s;
+	Filling filling = StartFilling(walk, maxId);
 	std::vector<Candidate> batch;
 	NOTEID lastId = 0;
 	bool more = true;
 	while (more) {
-		if (STATUS s = ReadBatch(walk, lastId, maxId, batch, more)) return s;
-		uint64_t loadedAt = walk.file->generation();
+		const NoteIndex* index = UsableIndex(walk);
+		NoteIndex* filled = index ? nullptr : filling.current(*walk.file);
+		STATUS s = index ? ReadIndexedBatch(walk, *index, lastId, maxId, batch, more)
+		                 : ReadBatch(walk, filled, lastId, maxId, batch, more);
+		if (s) return s;
+		// Every row is in; the ones made from here on are put in as they are written.
+		if (!more && filled) filled->MarkComplete();
+		ChangedRows changed(walk.file->rowChanges());
 		for (Candidate& candidate : batch) {
-			if (walk.file->generation() != loadedAt && !Refresh(walk, candidate)) continue;
+			if (changed.Has(*walk.file, candidate.match.ID.NoteID) && !Refresh(walk, candidate)) continue;
 			ITEM_TABLE* summary =
 			    (walk.flags & SEARCH_SUMMARY) && !candidate.summary.empty()
 			        ? reinterpret_cast<ITEM_TABLE*>(candidate.summary.data())
@@ -298,13 +460,18 @@ STATUS LNPUBLIC NSFSearch(DBHANDLE hDB, FORMULAHANDLE hFormula, char far* /*View
 	DbSettings settings;
 	if (STATUS s = file->ReadSettings(settings)) return s;
 	TIMEDATE until = Now();
+	std::string_view choiceField;
+	const std::vector<std::string>* choiceTexts = nullptr;
+	if (program) fml::FindFieldChoice(*program, choiceField, choiceTexts);
 	Walk walk{file.get(),
 	          program.get(),
 	          SearchFlags,
 	          NoteClassMask,
 	          Since,
 	          gReportNonMatches || Since != nullptr || (SearchFlags & SEARCH_ALL_VERSIONS) != 0,
-	          settings.dbid};
+	          settings.dbid,
+	          choiceField,
+	          choiceTexts};
 	STATUS status = RunSearch(hDB, walk, EnumRoutine, EnumRoutineParameter);
 	if (status == NOERROR && retUntil) *retUntil = until;
 	return status;

@@ -278,7 +278,6 @@ STATUS DbFile::Commit() {
 		}
 		--transactionDepth_;
 		recordMarks_.pop_back();
-		++generation_;
 		return groupOpen_ && transactionDepth_ == 1 ? EndGroupedChange() : NOERROR;
 	}
 	transactionDepth_ = 0;
@@ -289,7 +288,6 @@ STATUS DbFile::Commit() {
 		ForgetUndone();
 		return SqlStatus(rc);
 	}
-	++generation_;
 	return NOERROR;
 }
 
@@ -338,11 +336,17 @@ STATUS DbFile::CommitGroup() {
 
 void DbFile::ForgetUndone() {
 	ForgetHeads();
+	DropNoteIndex();
+}
+
+void DbFile::ForgetRows() {
+	ForgetUndone();
+	rowChangesUnknownTo_ = ++rowChanges_;
 }
 
 void DbFile::AbandonGroup() {
 	Run(kRollback);
-	ForgetUndone();
+	ForgetRows();
 	transactionDepth_ = 0;
 	groupOpen_ = false;
 	pendingNextId_ = 0;
@@ -517,7 +521,7 @@ STATUS DbFile::RunWrite(WriteSql which, std::initializer_list<Bound> values) {
 }
 
 bool DbFile::ApplyRecord(std::string_view record) {
-	ForgetUndone();  // the record's statements bypass the caches
+	ForgetRows();  // the record's statements bypass the caches
 	if (Run(kSavepoint) != SQLITE_OK) return false;
 	++transactionDepth_;
 	RecordReader in(record);
@@ -712,8 +716,10 @@ STATUS DbFile::PutRow(const StoredNote& note, WriteSql which) {
 	                            Blob(4, &head, sizeof head), Blob(5, items.summary.data(), items.summary.size()),
 	                            Blob(6, items.body.data(), items.body.size())});
 	if (s != NOERROR || sqlite3_changes(db_) == 0) return s;
-	if (which == WriteSql::PutNote) ForgetHeads();  // a replace may have removed a row of that UNID
+	if (which == WriteSql::PutNote) ForgetRows();  // a replace may have removed a row of that UNID
 	RememberHead(note.id, head);
+	RowChanged(note.id);
+	if (noteIndex_) noteIndex_->Put(note.id, note.noteClass, items.summary.data(), items.summary.size());
 	return s;
 }
 
@@ -726,14 +732,44 @@ STATUS DbFile::DeleteRow(NOTEID id) {
 	STATUS s = RunWrite(WriteSql::DeleteRow, {Int(1, id)});
 	CachedHead& slot = HeadSlot(id);
 	if (slot.id == id) slot.id = 0;
+	if (s == NOERROR) RowChanged(id);
+	if (s == NOERROR && noteIndex_) noteIndex_->Remove(id);
 	return s;
 }
 
 STATUS DbFile::WriteStub(const StoredNote& stub) {
 	NoteHead head = HeadOf(stub, true);
 	STATUS s = RunWrite(WriteSql::WriteStub, {Int(1, stub.id), Blob(2, &head, sizeof head)});
-	if (s == NOERROR && sqlite3_changes(db_) > 0) RememberHead(stub.id, head);
+	if (s != NOERROR || sqlite3_changes(db_) == 0) return s;
+	RememberHead(stub.id, head);
+	RowChanged(stub.id);
+	if (noteIndex_) noteIndex_->Remove(stub.id);
 	return s;
+}
+
+NoteIndex& DbFile::StartNoteIndex(std::vector<std::string> fields, NOTEID lastRow) {
+	noteIndex_ = std::make_unique<NoteIndex>(std::move(fields), lastRow);
+	++noteIndexEpoch_;
+	return *noteIndex_;
+}
+
+// A rolled-back change may have been recorded in the map already.
+void DbFile::DropNoteIndex() {
+	if (!noteIndex_) return;
+	noteIndex_.reset();
+	++noteIndexEpoch_;
+}
+
+void DbFile::RowChanged(NOTEID id) {
+	if (rowChangeLog_.empty()) rowChangeLog_.resize(kRowChangeLogSize);
+	rowChangeLog_[rowChanges_ % kRowChangeLogSize] = id;
+	++rowChanges_;
+}
+
+bool DbFile::RowsChangedSince(uint64_t count, std::vector<NOTEID>& ids) const {
+	if (count < rowChangesUnknownTo_ || rowChanges_ - count > kRowChangeLogSize) return false;
+	for (uint64_t i = count; i < rowChanges_; ++i) ids.push_back(rowChangeLog_[i % kRowChangeLogSize]);
+	return true;
 }
 
 STATUS DbFile::ReadNextNoteId(NOTEID& next) {

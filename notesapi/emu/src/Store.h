@@ -27,6 +27,7 @@
 
 #include "ChangeLog.h"
 #include "Emu.h"
+#include "NoteIndex.h"
 
 namespace emu {
 
@@ -132,8 +133,6 @@ public:
 	static bool IsOpen(const std::string& path);
 
 	const std::string& path() const { return path_; }
-	// Bumped by every change written through this connection.
-	uint64_t generation() const { return generation_; }
 
 	STATUS ReadSettings(DbSettings& out);
 	STATUS WriteSettings(const DbSettings& settings);
@@ -180,10 +179,23 @@ public:
 	bool bulkLoad() const { return bulkLoad_; }
 	static constexpr int kBulkGroupSize = 20000;
 
+	// The in-memory map of this file's notes that searches use (NoteIndex.h); null when there is none.
+	NoteIndex* noteIndex() { return noteIndex_.get(); }
+	// Replaces it by an empty one with columns for these fields, for the caller's walk of the rows
+	// up to lastRow to fill.
+	NoteIndex& StartNoteIndex(std::vector<std::string> fields, NOTEID lastRow);
+	// Changes whenever the map is replaced or dropped.
+	uint64_t noteIndexEpoch() const { return noteIndexEpoch_; }
+
 	sqlite3* sql() { return db_; }
 	// A cached prepared statement for this connection, reset and unbound.
 	sqlite3_stmt* Prepare(const char* sqlText);
-	void Touch() { ++generation_; }
+	void Touch() { rowChangesUnknownTo_ = ++rowChanges_; }
+	// Rows written or removed through this connection, counted; RowsChangedSince gives the IDs of
+	// those after the first `count`, or false when it cannot tell (too many since, or a change not
+	// made row by row).
+	uint64_t rowChanges() const { return rowChanges_; }
+	bool RowsChangedSince(uint64_t count, std::vector<NOTEID>& ids) const;
 
 private:
 	// The statements that change the file; the change log names them by number.
@@ -229,6 +241,8 @@ private:
 	void AbandonGroup();
 	// What a rolled-back change wrote is forgotten by the caches of this connection.
 	void ForgetUndone();
+	// Also walks under way must read every row again: rows changed other than one by one.
+	void ForgetRows();
 	// The end of a change inside a group: records it in the log or counts it for the bulk
 	// group, and commits the group when it is full.
 	STATUS EndGroupedChange();
@@ -241,10 +255,12 @@ private:
 	STATUS ReapplyLog();
 	uint64_t ReadEpoch();
 	STATUS StoreEpoch(uint64_t epoch);
+	void DropNoteIndex();
+	void RowChanged(NOTEID id);
+	static constexpr size_t kRowChangeLogSize = 16384;
 
 	std::string path_;
 	sqlite3* db_;
-	uint64_t generation_ = 0;
 	int transactionDepth_ = 0;
 	bool groupOpen_ = false;
 	bool logged_ = false;  // changes go through the change log (files opened with Open)
@@ -273,6 +289,11 @@ private:
 	void ForgetHeads();
 	// Scratch space of ReadNote, kept to save allocations.
 	std::vector<StoredItemView> summaryViews_, bodyViews_;
+	std::unique_ptr<NoteIndex> noteIndex_;
+	uint64_t noteIndexEpoch_ = 0;
+	uint64_t rowChanges_ = 0;
+	uint64_t rowChangesUnknownTo_ = 0;
+	std::vector<NOTEID> rowChangeLog_;  // ring of the last kRowChangeLogSize, by count
 };
 
 // A write transaction that rolls back unless committed.
