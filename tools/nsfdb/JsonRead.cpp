@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "JsonFormat.h"
+#include "JsonQuickParser.h"
 #include "JsonRecord.h"
 #include "Names.h"
 #include "NotesSession.h"
@@ -548,22 +549,47 @@ private:
     int recordDepth_ = 0;
 };
 
-template <class Input>
-void SaxParse(Input&& input, DocumentReader& reader) {
-    Json::sax_parse(std::forward<Input>(input), &reader);
-}
+// Passes over the events the quick parser has given the reader already, then gives it the rest.
+class ResumingReader {
+public:
+    ResumingReader(DocumentReader& reader, size_t given) : reader_(reader), skip_(given) {}
 
-template <class Iterator>
-void SaxParse(std::pair<Iterator, Iterator> range, DocumentReader& reader) {
-    Json::sax_parse(range.first, range.second, &reader);
-}
+    bool null() { return Skip() || reader_.null(); }
+    bool boolean(bool value) { return Skip() || reader_.boolean(value); }
+    bool number_integer(Json::number_integer_t value) { return Skip() || reader_.number_integer(value); }
+    bool number_unsigned(Json::number_unsigned_t value) { return Skip() || reader_.number_unsigned(value); }
+    bool number_float(Json::number_float_t value, const std::string& text) {
+        return Skip() || reader_.number_float(value, text);
+    }
+    bool string(std::string& value) { return Skip() || reader_.string(value); }
+    bool binary(Json::binary_t& value) { return Skip() || reader_.binary(value); }
+    bool start_object(std::size_t elements) { return Skip() || reader_.start_object(elements); }
+    bool start_array(std::size_t elements) { return Skip() || reader_.start_array(elements); }
+    bool end_object() { return Skip() || reader_.end_object(); }
+    bool end_array() { return Skip() || reader_.end_array(); }
+    bool key(std::string& key) { return Skip() || reader_.key(key); }
+    bool parse_error(std::size_t position, const std::string& lastToken, const Json::exception& error) {
+        return reader_.parse_error(position, lastToken, error);
+    }
 
-template <class Input>
-void Parse(Input&& input, JsonSink* sink, std::function<std::string(size_t)> locate, Json& result) {
-    DocumentReader reader(result, sink, std::move(locate));
+private:
+    bool Skip() {
+        if (skip_ == 0) return false;
+        --skip_;
+        return true;
+    }
+
+    DocumentReader& reader_;
+    size_t skip_;
+};
+
+// Runs a parse; anything the parser (or a sink's use of a document) throws that the reader did
+// not place becomes a ToolError.
+template <typename F>
+void Parsing(F&& parse) {
     try {
-        SaxParse(std::forward<Input>(input), reader);
-    } catch (const Json::exception& error) {  // anything the parser did not place
+        parse();
+    } catch (const Json::exception& error) {
         throw ToolError(WithoutPrefix(error.what()));
     }
 }
@@ -579,6 +605,7 @@ public:
     FileCharacters(const FileCharacters&) = delete;
     FileCharacters& operator=(const FileCharacters&) = delete;
 
+    std::FILE* file() const { return file_; }
     bool AtEnd() { return at_ == end_ && !Refill(); }
     char Current() const { return buffer_[at_]; }
     void Advance() { ++at_; }
@@ -623,25 +650,32 @@ private:
 
 Json ParseJsonText(const std::string& text) {
     Json result;
-    Parse(
-        text, nullptr,
-        [&](size_t offset) {
-            std::istringstream in(text);
-            return LineAndColumn(in, offset);
-        },
-        result);
+    DocumentReader reader(result, nullptr, [&](size_t offset) {
+        std::istringstream in(text);
+        return LineAndColumn(in, offset);
+    });
+    Parsing([&] { Json::sax_parse(text, &reader); });
     return result;
 }
 
 void ParseJsonFile(const std::string& path, JsonSink& sink, Json& result) {
+    DocumentReader reader(result, &sink, [&](size_t offset) {
+        std::ifstream again(path, std::ios::binary);
+        return LineAndColumn(again, offset);
+    });
+    size_t given = 0;
+    bool done = false;
+    {
+        FileCharacters in(path);
+        QuickParser quick(in.file(), [] { throw ToolError("cannot read the file"); });
+        Parsing([&] { done = quick.Parse(reader); });
+        given = quick.events();
+    }
+    if (done) return;
+    // From the start again with the full parser, which says what the quick one left to it.
     FileCharacters in(path);
-    Parse(
-        std::make_pair(FileCharacters::Iterator(&in), FileCharacters::Iterator()), &sink,
-        [&](size_t offset) {
-            std::ifstream again(path, std::ios::binary);
-            return LineAndColumn(again, offset);
-        },
-        result);
+    ResumingReader rest(reader, given);
+    Parsing([&] { Json::sax_parse(FileCharacters::Iterator(&in), FileCharacters::Iterator(), &rest); });
 }
 
 std::string PlaceOf(const JsonPath& path) {

@@ -118,12 +118,8 @@ public:
         bool hasClass = false;
         while (at_ < record_.size() && Peek().kind == Kind::Key) {
             const std::string& key = record_.Text(record_[at_++]);
-            bool read = key == "class"    ? (hasClass = true, Class())
-                        : key == "unid"   ? Unid()
-                        : key == "noteId" ? NoteId()
-                        : key == "items"  ? Items()
-                                          : false;
-            if (!read) return false;
+            hasClass = hasClass || key == "class";
+            if (!Member(key)) return false;
         }
         if (!Is(Kind::EndObject) || at_ != record_.size() || !hasClass) return false;
         out_.items.resize(itemCount_);
@@ -132,6 +128,14 @@ public:
 
 private:
     const JsonRecord::Token& Peek() const { return record_[at_]; }
+
+    bool Member(const std::string& key) {
+        if (key == "class") return Class();
+        if (key == "unid") return Unid();
+        if (key == "noteId") return NoteId();
+        if (key == "items") return Items();
+        return false;  // unknown: NoteFromJson names it
+    }
 
     bool Is(Kind kind) {
         if (at_ >= record_.size() || Peek().kind != kind) return false;

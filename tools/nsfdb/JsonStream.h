@@ -38,9 +38,10 @@ private:
 
     struct UnidHash {
         size_t operator()(const UNID& unid) const {
-            std::uint64_t note;
-            std::memcpy(&note, &unid.Note, sizeof note);
-            return std::hash<std::uint64_t>()(note);
+            static_assert(sizeof(UNID) == 16, "a UNID is two 8-byte halves");
+            std::uint64_t halves[2];
+            std::memcpy(halves, &unid, sizeof halves);
+            return std::hash<std::uint64_t>()(halves[0] * 0x9E3779B97F4A7C15ull ^ halves[1]);
         }
     };
     struct SameUnid {
