@@ -422,6 +422,52 @@ TEST_F(NsfdbTest, MalformedInputFailsWithThePlaceAndLeavesNoFile) {
     }
 }
 
+// A large file is read far ahead of where a fault lies: the fault is still reported with its place
+// after thousands of notes were written, and nothing is left behind.
+TEST_F(NsfdbTest, FaultsFarIntoALargeFileAreReportedAndLeaveNoFile) {
+    auto unid = [](int i) {
+        std::string digits = std::to_string(i);
+        return std::string(32 - digits.size(), 'A') + digits;
+    };
+    std::string notes = "{\"notes\": [\n";
+    Json expected = {{"notes", Json::array()}};
+    for (int i = 0; i < 3000; ++i) {
+        Json note = {{"class", "document"},
+                     {"unid", unid(i)},
+                     {"items", {{"Form", "Memo"}, {"Subject", "Grüße \"" + std::to_string(i) + "\"\n\u20ac"}}}};
+        expected["notes"].push_back(note);
+        notes += note.dump() + ",\n";
+    }
+    WriteFile(Path("big.json"), notes + "{\"class\": \"form\"}]}");
+    ASSERT_EQ(Run({"create", "big.nsf", "big.json"}).exitCode, 0);
+    Json dumped = Dump("big.nsf");
+    ASSERT_EQ(dumped["notes"].size(), 3001u);
+    EXPECT_EQ(dumped["notes"][2999]["items"], expected["notes"][2999]["items"]);
+    EXPECT_EQ(dumped["notes"][1234]["unid"], unid(1234));
+
+    const struct {
+        std::string last;
+        const char* message;
+    } cases[] = {
+        {R"({"class": "form", "items": {"A": "x" "B": 1}})",
+         "line 3002, column 40: syntax error while parsing object - unexpected string literal"},
+        {"{\"class\": \"form\", \"items\": {\"A\": \"\xC3\x28\"}}", "line 3002, column 36: syntax error while parsing value - invalid string: ill-formed UTF-8 byte"},
+        {R"({"class": "memo"})", "notes[3000].class: unknown note class \"memo\""},
+        {R"({"class": "form", "unid": ")" + unid(7) + "\"}", "notes[3000].unid: another note already has this UNID"},
+        {R"({"class": "form", "items": {"N": 1e400}})", "line 3002, column 38: number overflow"},
+    };
+    for (const auto& test : cases) {
+        WriteFile(Path("bad.json"), notes + test.last + "]}");
+        Result result = Run({"create", "bad.nsf", "bad.json"});
+        EXPECT_EQ(result.exitCode, 2) << test.last;
+        EXPECT_NE(result.err.find(std::string("bad.json: ") + test.message), std::string::npos)
+            << test.last << "\n" << result.err;
+        EXPECT_FALSE(fs::exists(Path("bad.nsf")));
+        for (const std::string& name : Files())
+            EXPECT_TRUE(name == "bad.json" || name == "big.json" || name == "big.nsf") << name;
+    }
+}
+
 TEST_F(NsfdbTest, ExistingFilesAndMissingDatabasesAreErrors) {
     WriteFile(Path("db.json"), "{}");
     WriteFile(Path("taken.nsf"), "not a database");

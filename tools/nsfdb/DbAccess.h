@@ -35,8 +35,8 @@ public:
     bool begun() const { return begun_; }
     // Does nothing when already begun.
     void Begin(const DatabaseData& settings);
-    // place names the note in messages.
-    void AddNote(const NoteData& note, const std::string& place);
+    // Messages name the note as "<source>: notes[index]".
+    void AddNote(const NoteData& note, size_t index);
     void Finish(const DatabaseData& settings);
 
 private:

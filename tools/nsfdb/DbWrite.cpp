@@ -96,31 +96,35 @@ void SetUnid(NOTEHANDLE note, const UNID& unid) {
     NSFNoteSetInfo(note, _NOTE_OID, &oid);
 }
 
-void AppendItems(NOTEHANDLE note, const NoteData& data, const std::string& place) {
+// Messages are made only when needed (place() names the note): a database can have millions of
+// notes.
+template <typename Place>
+void AppendItems(NOTEHANDLE note, const NoteData& data, const Place& place) {
     for (const ItemData& item : data.items) {
         STATUS status = NSFItemAppend(note, item.flags, item.name.data(), static_cast<WORD>(item.name.size()),
                                       item.type, item.value.data(), static_cast<DWORD>(item.value.size()));
-        // The message is made only when needed: a database can have millions of items.
-        if (status) Check(status, place + ".items." + LmbcsToUtf8Lossy(item.name) + ": cannot add the item");
+        if (status) Check(status, place() + ".items." + LmbcsToUtf8Lossy(item.name) + ": cannot add the item");
     }
 }
 
-void WriteNote(DBHANDLE db, const NoteData& data, const std::string& place) {
-    if (data.noteId)
-        Check(EmuDbSetNextNoteID(db, *data.noteId),
-              place + ".noteId: " + NoteIdText(*data.noteId) +
-                  " cannot be given (a note ID must be above every note ID the database has used)");
+template <typename Place>
+void WriteNote(DBHANDLE db, const NoteData& data, const Place& place) {
+    if (data.noteId) {
+        if (STATUS status = EmuDbSetNextNoteID(db, *data.noteId))
+            Check(status, place() + ".noteId: " + NoteIdText(*data.noteId) +
+                              " cannot be given (a note ID must be above every note ID the database has used)");
+    }
     NoteHandle note;
-    if (STATUS status = NSFNoteCreate(db, note.out())) Check(status, place + ": cannot create the note");
+    if (STATUS status = NSFNoteCreate(db, note.out())) Check(status, place() + ": cannot create the note");
     WORD noteClass = data.noteClass;
     NSFNoteSetInfo(note.get(), _NOTE_CLASS, &noteClass);
     if (data.unid) SetUnid(note.get(), *data.unid);
     AppendItems(note.get(), data, place);
-    if (STATUS status = NSFNoteUpdate(note.get(), 0)) Check(status, place + ": cannot save the note");
+    if (STATUS status = NSFNoteUpdate(note.get(), 0)) Check(status, place() + ": cannot save the note");
     NOTEID id = 0;
     NSFNoteGetInfo(note.get(), _NOTE_ID, &id);
     if (data.noteId && id != *data.noteId)
-        throw ToolError(place + ".noteId: the note was saved as " + NoteIdText(id) + ", not as " +
+        throw ToolError(place() + ".noteId: the note was saved as " + NoteIdText(id) + ", not as " +
                         NoteIdText(*data.noteId));
 }
 
@@ -175,8 +179,8 @@ void DatabaseBuilder::Begin(const DatabaseData& settings) {
     aclWritten_ = settings.acl.has_value();
 }
 
-void DatabaseBuilder::AddNote(const NoteData& note, const std::string& place) {
-    WriteNote(db_, note, place);
+void DatabaseBuilder::AddNote(const NoteData& note, size_t index) {
+    WriteNote(db_, note, [&] { return source_ + ": notes[" + std::to_string(index) + "]"; });
 }
 
 void DatabaseBuilder::Finish(const DatabaseData& settings) {
@@ -196,7 +200,7 @@ void CreateDatabase(const std::string& path, const DatabaseData& data, const std
     DatabaseBuilder builder(path, source);
     builder.Begin(data);
     for (size_t i = 0; i < data.notes.size(); ++i)
-        builder.AddNote(data.notes[i], source + ": notes[" + std::to_string(i) + "]");
+        builder.AddNote(data.notes[i], i);
     builder.Finish(data);
 }
 

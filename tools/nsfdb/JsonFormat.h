@@ -4,7 +4,6 @@
 #ifndef NSFDB_JSONFORMAT_H
 #define NSFDB_JSONFORMAT_H
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -31,14 +30,25 @@ using JsonPath = std::vector<JsonStep>;
 // "notes[2].items.Count"; "the document" for the root.
 std::string PlaceOf(const JsonPath& path);
 
-// Offered each complete value as it is read, with its place; returns true when it has taken the
-// value, which is then left out of the parsed document. Lets a large list be handled one
-// element at a time.
-using JsonValueSink = std::function<bool(const JsonPath& path, const Json& value)>;
+class JsonRecord;  // JsonRecord.h
+
+// Told of the values of a document as it is read, so that a large list can be handled one
+// element at a time instead of being held whole.
+class JsonSink {
+public:
+    virtual ~JsonSink() = default;
+    // A value begins at path: true to have it recorded and given to Take instead of being built
+    // into the document.
+    virtual bool Records(const JsonPath& path) = 0;
+    // value (complete) begins at path. The record's storage is reused for the next value.
+    virtual void Take(const JsonPath& path, const JsonRecord& value) = 0;
+    // A value built into the document is complete.
+    virtual void Built(const JsonPath& /*path*/, const Json& /*value*/) {}
+};
 
 // Parses the JSON file at path into result, errors as ParseJsonText (without the file's name).
 // result is built as the parse goes, so a sink may look at what has been read so far.
-void ParseJsonFile(const std::string& path, const JsonValueSink& sink, Json& result);
+void ParseJsonFile(const std::string& path, JsonSink& sink, Json& result);
 
 // Checks and converts; throws ToolError("<place>: <problem>"), e.g.
 // "notes[2].items.Count: ...". Needs the platform (texts become LMBCS,

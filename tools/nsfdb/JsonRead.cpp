@@ -1,16 +1,21 @@
 // JSON text -> DatabaseData, checking everything on the way.
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <fstream>
 #include <functional>
 #include <sstream>
 #include <initializer_list>
 #include <set>
 #include <string>
+#include <utility>
 #include <unordered_set>
 #include <vector>
 
 #include "JsonFormat.h"
+#include "JsonQuickParser.h"
+#include "JsonRecord.h"
 #include "Names.h"
 #include "NotesSession.h"
 #include "Values.h"
@@ -34,67 +39,6 @@ std::string Member(const std::string& place, const std::string& key) {
 std::string Element(const std::string& place, size_t index) {
     return place + "[" + std::to_string(index) + "]";
 }
-
-// Tracks where the parser is, to name the place of a key given twice, and offers each complete
-// value to the sink (a value the sink takes is left out of the document).
-class PathTracker {
-public:
-    explicit PathTracker(const JsonValueSink* sink) : sink_(sink) {}
-
-    bool operator()(int /*depth*/, Json::parse_event_t event, Json& parsed) {
-        switch (event) {
-            case Json::parse_event_t::object_start:
-            case Json::parse_event_t::array_start:
-                path_.push_back(JsonStep{false, {}, 0});
-                frames_.push_back(Frame{event == Json::parse_event_t::object_start, {}, {}});
-                break;
-            case Json::parse_event_t::key: {
-                JsonStep& top = path_.back();
-                top.isKey = true;
-                top.key = parsed.get<std::string>();
-                if (!frames_.back().AddKey(top.key))
-                    Fail(PlaceOf(path_), "the key \"" + top.key + "\" is given twice");
-                break;
-            }
-            case Json::parse_event_t::object_end:
-            case Json::parse_event_t::array_end:
-                path_.pop_back();
-                frames_.pop_back();
-                return ValueDone(parsed);
-            case Json::parse_event_t::value:
-                return ValueDone(parsed);
-        }
-        return true;
-    }
-
-private:
-    struct Frame {
-        bool isObject;
-        // Most objects have a handful of keys: a list is searched until it grows long.
-        std::vector<std::string> few;
-        std::unordered_set<std::string> many;
-
-        bool AddKey(const std::string& key) {
-            if (many.empty() && few.size() < 16) {
-                if (std::find(few.begin(), few.end(), key) != few.end()) return false;
-                few.push_back(key);
-                return true;
-            }
-            if (many.empty()) many.insert(few.begin(), few.end());
-            return many.insert(key).second;
-        }
-    };
-
-    bool ValueDone(const Json& value) {
-        bool keep = !(sink_ && *sink_ && !path_.empty() && (*sink_)(path_, value));
-        if (!frames_.empty() && !frames_.back().isObject) ++path_.back().index;
-        return keep;
-    }
-
-    const JsonValueSink* sink_;
-    JsonPath path_;  // one step per open object or list
-    std::vector<Frame> frames_;
-};
 
 void RequireObject(const Json& value, const std::string& place) {
     if (!value.is_object()) Fail(place, "an object is expected");
@@ -442,58 +386,296 @@ std::string WithoutPrefix(std::string message) {
     return message;
 }
 
-// The parser's own tree builder, with every error it reports (syntax, a number out of range)
-// turned into a ToolError that names the line and column.
-class PlacedDomParser : public nlohmann::detail::json_sax_dom_callback_parser<Json> {
+// Builds the document from the parser's events, names the place of a key given twice, and
+// records the values the sink asks for instead of building them. Every error the parser reports
+// (syntax, a number out of range) becomes a ToolError that names the line and column.
+class DocumentReader {
 public:
-    PlacedDomParser(Json& result, const JsonValueSink* sink, std::function<std::string(size_t)> locate)
-        : json_sax_dom_callback_parser(result, PathTracker(sink)), locate_(std::move(locate)) {}
+    DocumentReader(Json& result, JsonSink* sink, std::function<std::string(size_t)> locate)
+        : result_(result), sink_(sink), locate_(std::move(locate)) {}
 
-    template <class Exception>
-    bool parse_error(std::size_t position, const std::string& /*lastToken*/, const Exception& error) {
+    bool null() {
+        return Scalar([&] { record_.Add(JsonRecord::Kind::Null); }, [] { return Json(nullptr); });
+    }
+    bool boolean(bool value) {
+        return Scalar([&] { record_.Add(value ? JsonRecord::Kind::True : JsonRecord::Kind::False); },
+                      [&] { return Json(value); });
+    }
+    bool number_integer(Json::number_integer_t value) {
+        return Scalar([&] { record_.AddInteger(value); }, [&] { return Json(value); });
+    }
+    bool number_unsigned(Json::number_unsigned_t value) {
+        return Scalar([&] { record_.AddUnsigned(value); }, [&] { return Json(value); });
+    }
+    bool number_float(Json::number_float_t value, const std::string& /*text*/) {
+        return Scalar([&] { record_.AddFloat(value); }, [&] { return Json(value); });
+    }
+    bool string(std::string& value) {
+        return Scalar([&] { record_.AddText(JsonRecord::Kind::String, value); },
+                      [&] { return Json(std::move(value)); });
+    }
+    bool binary(Json::binary_t& /*value*/) { throw ToolError("binary values are not JSON"); }
+
+    bool start_object(std::size_t /*elements*/) { return Open(true); }
+    bool start_array(std::size_t /*elements*/) { return Open(false); }
+    bool end_object() { return Close(JsonRecord::Kind::EndObject); }
+    bool end_array() { return Close(JsonRecord::Kind::EndArray); }
+
+    bool key(std::string& key) {
+        JsonStep& top = path_.back();
+        top.isKey = true;
+        top.key = key;
+        if (!frames_[path_.size() - 1].AddKey(top.key))
+            Fail(PlaceOf(path_), "the key \"" + top.key + "\" is given twice");
+        if (recordDepth_ > 0) record_.AddText(JsonRecord::Kind::Key, key);
+        return true;
+    }
+
+    bool parse_error(std::size_t position, const std::string& /*lastToken*/, const Json::exception& error) {
         std::string message = WithoutPrefix(error.what());
         if (message.compare(0, 5, "line ") == 0) throw ToolError(message);
         throw ToolError(locate_(position) + ": " + message);
     }
 
 private:
+    // An open object or list. Frames are kept for reuse, with the storage of their keys.
+    struct Frame {
+        bool isObject = false;
+        // Most objects have a handful of keys: a list is searched until it grows long.
+        std::vector<std::string> few;
+        size_t fewCount = 0;
+        std::unordered_set<std::string> many;
+
+        void Reset(bool object) {
+            isObject = object;
+            fewCount = 0;
+            if (!many.empty()) many.clear();
+        }
+        bool AddKey(const std::string& key) {
+            if (many.empty() && fewCount < 16) {
+                auto end = few.begin() + static_cast<std::ptrdiff_t>(fewCount);
+                if (std::find(few.begin(), end, key) != end) return false;
+                if (fewCount == few.size()) few.emplace_back();
+                few[fewCount++] = key;
+                return true;
+            }
+            if (many.empty()) many.insert(few.begin(), few.begin() + static_cast<std::ptrdiff_t>(fewCount));
+            return many.insert(key).second;
+        }
+    };
+
+    bool Recording() const { return recordDepth_ > 0; }
+
+    // A value begins at path_: starts recording it when the sink asks for it.
+    void Begin() {
+        if (!Recording() && sink_ && !path_.empty() && sink_->Records(path_)) recordDepth_ = 1;
+    }
+
+    template <typename RecordIt, typename MakeIt>
+    bool Scalar(RecordIt record, MakeIt make) {
+        Begin();
+        if (Recording()) {
+            record();
+            if (recordDepth_ == 1) Taken();
+            return true;
+        }
+        Built(Put(make()));
+        return true;
+    }
+
+    bool Open(bool isObject) {
+        Begin();
+        if (Recording()) {
+            record_.Add(isObject ? JsonRecord::Kind::BeginObject : JsonRecord::Kind::BeginArray);
+            ++recordDepth_;
+        } else {
+            open_.push_back(&Put(isObject ? Json::object() : Json::array()));
+        }
+        path_.push_back(JsonStep{false, {}, 0});
+        if (frames_.size() < path_.size()) frames_.emplace_back();
+        frames_[path_.size() - 1].Reset(isObject);
+        return true;
+    }
+
+    bool Close(JsonRecord::Kind kind) {
+        path_.pop_back();
+        if (Recording()) {
+            record_.Add(kind);
+            if (--recordDepth_ == 1) Taken();
+            return true;
+        }
+        Json& done = *open_.back();
+        open_.pop_back();
+        Built(done);
+        return true;
+    }
+
+    // Puts a value where the parser is: the result, the next element of a list or the member
+    // named by the last key. open_ matches path_ while nothing is being recorded.
+    Json& Put(Json value) {
+        if (open_.empty()) return result_ = std::move(value);
+        Json& container = *open_.back();
+        if (container.is_array()) {
+            container.push_back(std::move(value));
+            return container.back();
+        }
+        return container[path_.back().key] = std::move(value);
+    }
+
+    void Taken() {
+        recordDepth_ = 0;
+        sink_->Take(path_, record_);
+        record_.Clear();
+        Next();
+    }
+
+    void Built(const Json& value) {
+        if (sink_ && !path_.empty()) sink_->Built(path_, value);
+        Next();
+    }
+
+    void Next() {
+        if (!path_.empty() && !frames_[path_.size() - 1].isObject) ++path_.back().index;
+    }
+
+    Json& result_;
+    JsonSink* sink_;
     std::function<std::string(size_t)> locate_;
+    JsonPath path_;  // one step per open object or list
+    std::vector<Frame> frames_;  // frames_[i] for path_[i]; more are kept for reuse
+    std::vector<Json*> open_;  // the containers being built
+    JsonRecord record_;
+    // 0 when nothing is recorded, else 1 + the depth of open containers within the recorded value.
+    int recordDepth_ = 0;
 };
 
-template <class Input>
-void Parse(Input&& input, const JsonValueSink* sink, std::function<std::string(size_t)> locate, Json& result) {
-    PlacedDomParser parser(result, sink, std::move(locate));
+// Passes over the events the quick parser has given the reader already, then gives it the rest.
+class ResumingReader {
+public:
+    ResumingReader(DocumentReader& reader, size_t given) : reader_(reader), skip_(given) {}
+
+    bool null() { return Skip() || reader_.null(); }
+    bool boolean(bool value) { return Skip() || reader_.boolean(value); }
+    bool number_integer(Json::number_integer_t value) { return Skip() || reader_.number_integer(value); }
+    bool number_unsigned(Json::number_unsigned_t value) { return Skip() || reader_.number_unsigned(value); }
+    bool number_float(Json::number_float_t value, const std::string& text) {
+        return Skip() || reader_.number_float(value, text);
+    }
+    bool string(std::string& value) { return Skip() || reader_.string(value); }
+    bool binary(Json::binary_t& value) { return Skip() || reader_.binary(value); }
+    bool start_object(std::size_t elements) { return Skip() || reader_.start_object(elements); }
+    bool start_array(std::size_t elements) { return Skip() || reader_.start_array(elements); }
+    bool end_object() { return Skip() || reader_.end_object(); }
+    bool end_array() { return Skip() || reader_.end_array(); }
+    bool key(std::string& key) { return Skip() || reader_.key(key); }
+    bool parse_error(std::size_t position, const std::string& lastToken, const Json::exception& error) {
+        return reader_.parse_error(position, lastToken, error);
+    }
+
+private:
+    bool Skip() {
+        if (skip_ == 0) return false;
+        --skip_;
+        return true;
+    }
+
+    DocumentReader& reader_;
+    size_t skip_;
+};
+
+// Runs a parse; anything the parser (or a sink's use of a document) throws that the reader did
+// not place becomes a ToolError.
+template <typename F>
+void Parsing(F&& parse) {
     try {
-        Json::sax_parse(std::forward<Input>(input), &parser);
-    } catch (const Json::exception& error) {  // anything the parser did not place
+        parse();
+    } catch (const Json::exception& error) {
         throw ToolError(WithoutPrefix(error.what()));
     }
 }
+
+// A file's characters for the parser, read in large blocks: the parser takes one character at
+// a time, which through a stream costs more than the rest of the reading.
+class FileCharacters {
+public:
+    explicit FileCharacters(const std::string& path) : file_(std::fopen(path.c_str(), "rb")), buffer_(1 << 16) {
+        if (!file_) throw ToolError("cannot read the file");
+    }
+    ~FileCharacters() { std::fclose(file_); }
+    FileCharacters(const FileCharacters&) = delete;
+    FileCharacters& operator=(const FileCharacters&) = delete;
+
+    std::FILE* file() const { return file_; }
+    bool AtEnd() { return at_ == end_ && !Refill(); }
+    char Current() const { return buffer_[at_]; }
+    void Advance() { ++at_; }
+
+    // What the parser's iterator adapter takes; the end iterator has no file.
+    class Iterator {
+    public:
+        using iterator_category = std::input_iterator_tag;
+        using value_type = char;
+        using difference_type = std::ptrdiff_t;
+        using pointer = const char*;
+        using reference = char;
+
+        explicit Iterator(FileCharacters* file = nullptr) : file_(file) {}
+        char operator*() const { return file_->Current(); }
+        Iterator& operator++() {
+            file_->Advance();
+            return *this;
+        }
+        bool operator==(const Iterator& other) const { return AtEnd() == other.AtEnd(); }
+        bool operator!=(const Iterator& other) const { return !(*this == other); }
+
+    private:
+        bool AtEnd() const { return !file_ || file_->AtEnd(); }
+        FileCharacters* file_;
+    };
+
+private:
+    bool Refill() {
+        at_ = 0;
+        end_ = std::fread(buffer_.data(), 1, buffer_.size(), file_);
+        if (end_ == 0 && std::ferror(file_)) throw ToolError("cannot read the file");
+        return end_ > 0;
+    }
+
+    std::FILE* file_;
+    std::vector<char> buffer_;
+    size_t at_ = 0, end_ = 0;
+};
 
 }  // namespace
 
 Json ParseJsonText(const std::string& text) {
     Json result;
-    Parse(
-        text, nullptr,
-        [&](size_t offset) {
-            std::istringstream in(text);
-            return LineAndColumn(in, offset);
-        },
-        result);
+    DocumentReader reader(result, nullptr, [&](size_t offset) {
+        std::istringstream in(text);
+        return LineAndColumn(in, offset);
+    });
+    Parsing([&] { Json::sax_parse(text, &reader); });
     return result;
 }
 
-void ParseJsonFile(const std::string& path, const JsonValueSink& sink, Json& result) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) throw ToolError("cannot read the file");
-    Parse(
-        in, &sink,
-        [&](size_t offset) {
-            std::ifstream again(path, std::ios::binary);
-            return LineAndColumn(again, offset);
-        },
-        result);
+void ParseJsonFile(const std::string& path, JsonSink& sink, Json& result) {
+    DocumentReader reader(result, &sink, [&](size_t offset) {
+        std::ifstream again(path, std::ios::binary);
+        return LineAndColumn(again, offset);
+    });
+    size_t given = 0;
+    bool done = false;
+    {
+        FileCharacters in(path);
+        QuickParser quick(in.file(), [] { throw ToolError("cannot read the file"); });
+        Parsing([&] { done = quick.Parse(reader); });
+        given = quick.events();
+    }
+    if (done) return;
+    // From the start again with the full parser, which says what the quick one left to it.
+    FileCharacters in(path);
+    ResumingReader rest(reader, given);
+    Parsing([&] { Json::sax_parse(FileCharacters::Iterator(&in), FileCharacters::Iterator(), &rest); });
 }
 
 std::string PlaceOf(const JsonPath& path) {

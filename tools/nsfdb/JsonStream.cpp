@@ -39,19 +39,18 @@ DatabaseData DatabaseStream::Settings(const Json& database) const {
     return Placed(source_, [&] { return DatabaseSettingsFromJson(database); });
 }
 
-void DatabaseStream::Note(size_t index, const Json& note, const Json& databaseSoFar) {
+void DatabaseStream::Note(size_t index, const JsonRecord& note, const Json& databaseSoFar) {
     if (!builder_.begun()) {
         DatabaseData settings = Settings(databaseSoFar);
         AsPlaced([&] { builder_.Begin(settings); });
     }
-    std::string place = "notes[" + std::to_string(index) + "]";
-    NoteData data = Placed(source_, [&] {
-        NoteData converted = NoteFromJson(note, place);
-        if (converted.unid && !unids_.insert(UnidText(*converted.unid)).second)
-            throw ToolError(place + ".unid: another note already has this UNID");
-        return converted;
+    auto place = [index] { return "notes[" + std::to_string(index) + "]"; };
+    Placed(source_, [&] {
+        NoteFromRecord(note, place, note_);
+        if (note_.unid && !unids_.insert(*note_.unid).second)
+            throw ToolError(place() + ".unid: another note already has this UNID");
     });
-    AsPlaced([&] { builder_.AddNote(data, source_ + ": " + place); });
+    AsPlaced([&] { builder_.AddNote(note_, index); });
 }
 
 void DatabaseStream::Finish(const Json& database) {
@@ -59,15 +58,30 @@ void DatabaseStream::Finish(const Json& database) {
     AsPlaced([&] { builder_.Finish(settings); });
 }
 
+namespace {
+
+// Takes notes[i] of a database document.
+class NoteListSink : public JsonSink {
+public:
+    NoteListSink(DatabaseStream& stream, const Json& root) : stream_(stream), root_(root) {}
+
+    bool Records(const JsonPath& where) override {
+        return where.size() == 2 && where[0].isKey && where[0].key == "notes" && !where[1].isKey;
+    }
+    void Take(const JsonPath& where, const JsonRecord& note) override { stream_.Note(where[1].index, note, root_); }
+
+private:
+    DatabaseStream& stream_;
+    const Json& root_;
+};
+
+}  // namespace
+
 void CreateDatabaseFromJsonFile(const std::string& path, const std::string& jsonPath) {
     DatabaseBuilder builder(path, jsonPath);
     DatabaseStream stream(builder, jsonPath);
     Json root;
-    JsonValueSink takeNotes = [&](const JsonPath& where, const Json& value) {
-        if (where.size() != 2 || !where[0].isKey || where[0].key != "notes" || where[1].isKey) return false;
-        stream.Note(where[1].index, value, root);
-        return true;
-    };
+    NoteListSink takeNotes(stream, root);
     Placed(jsonPath, [&] { ParseJsonFile(jsonPath, takeNotes, root); });
     stream.Finish(root);
 }

@@ -3,11 +3,14 @@
 #ifndef NSFDB_JSONSTREAM_H
 #define NSFDB_JSONSTREAM_H
 
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <unordered_set>
 
 #include "DbAccess.h"
 #include "JsonFormat.h"
+#include "JsonRecord.h"
 #include "NotesSession.h"
 
 namespace nsfdb {
@@ -26,16 +29,29 @@ public:
     DatabaseStream(DatabaseBuilder& builder, std::string source);
 
     // notes[index] has been read; databaseSoFar is the database object as read up to here.
-    void Note(size_t index, const Json& note, const Json& databaseSoFar);
+    void Note(size_t index, const JsonRecord& note, const Json& databaseSoFar);
     // The whole database object has been read (without the notes the stream took).
     void Finish(const Json& database);
 
 private:
     DatabaseData Settings(const Json& database) const;
 
+    struct UnidHash {
+        size_t operator()(const UNID& unid) const {
+            static_assert(sizeof(UNID) == 16, "a UNID is two 8-byte halves");
+            std::uint64_t halves[2];
+            std::memcpy(halves, &unid, sizeof halves);
+            return std::hash<std::uint64_t>()(halves[0] * 0x9E3779B97F4A7C15ull ^ halves[1]);
+        }
+    };
+    struct SameUnid {
+        bool operator()(const UNID& a, const UNID& b) const { return std::memcmp(&a, &b, sizeof(UNID)) == 0; }
+    };
+
     DatabaseBuilder& builder_;
     std::string source_;
-    std::unordered_set<std::string> unids_;
+    std::unordered_set<UNID, UnidHash, SameUnid> unids_;
+    NoteData note_;  // its storage is reused from one note to the next
 };
 
 // "nsfdb create": the database at path from the JSON file at jsonPath.

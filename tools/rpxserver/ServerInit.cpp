@@ -126,44 +126,66 @@ void MakeFiles(const Scenario& scenario, const fs::path& staging, const std::str
 
 // Databases with notes are made while the scenario is read, each note written as soon as it is
 // read, so that a scenario with large databases is never held whole in memory.
-class StreamedDatabases {
+class StreamedDatabases : public nsfdb::JsonSink {
 public:
     StreamedDatabases(const fs::path& staging, const std::string& source, PlatformForDatabases& platform,
                       const Json& root)
         : staging_(staging), source_(source), platform_(platform), root_(root) {}
 
-    // For nsfdb::ParseJsonFile: takes data|install.<path>.notes[i].
-    bool Take(const nsfdb::JsonPath& where, const Json& value) {
-        if (where.size() < 2 || !where[0].isKey || !where[1].isKey) return false;
-        const std::string& folder = where[0].key;
-        if (folder != "data" && folder != "install") return false;
-        FileKey key{folder, where[1].key};
-        if (where.size() == 2) {  // the whole entry has been read
-            auto open = open_.find(key);
-            if (open != open_.end()) {
-                open->second.stream.Finish(value);
-                open_.erase(open);
-                made_.insert(key);
-            }
-            return false;
-        }
-        if (where.size() != 4 || !where[2].isKey || where[2].key != "notes" || where[3].isKey) return false;
-        Open(key).stream.Note(where[3].index, value, root_.at(folder).at(key.second));
-        return true;
+    // data|install.<path>.notes[i].
+    bool Records(const nsfdb::JsonPath& where) override {
+        return where.size() == 4 && IsFolderEntry(where) && where[2].isKey && where[2].key == "notes" &&
+               !where[3].isKey;
+    }
+
+    void Take(const nsfdb::JsonPath& where, const nsfdb::JsonRecord& note) override {
+        Building& building = Open(where[0].key, where[1].key);
+        building.stream.Note(where[3].index, note, building.SoFar(root_));
+    }
+
+    // The whole entry has been read.
+    void Built(const nsfdb::JsonPath& where, const Json& value) override {
+        if (where.size() != 2 || !IsFolderEntry(where)) return;
+        auto open = open_.find(FileKey{where[0].key, where[1].key});
+        if (open == open_.end()) return;
+        open->second.stream.Finish(value);
+        made_.insert(open->first);
+        if (last_ == &open->second) last_ = nullptr;
+        open_.erase(open);
     }
 
     const std::set<FileKey>& made() const { return made_; }
 
 private:
+    static bool IsFolderEntry(const nsfdb::JsonPath& where) {
+        return where[0].isKey && where[1].isKey && (where[0].key == "data" || where[0].key == "install");
+    }
+
     struct Building {
-        Building(const std::string& path, const std::string& place) : builder(path, place), stream(builder, place) {}
+        Building(const std::string& path, const std::string& place, const FileKey& key)
+            : builder(path, place), stream(builder, place), key(key) {}
+        // The entry as read so far (its notes left out).
+        const Json& SoFar(const Json& root) {
+            if (!entry) entry = &root.at(key.first).at(key.second);
+            return *entry;
+        }
         nsfdb::DatabaseBuilder builder;
         nsfdb::DatabaseStream stream;
+        FileKey key;
+        const Json* entry = nullptr;
     };
 
-    Building& Open(const FileKey& key) {
+    // The last entry a note went to is the next note's too, nearly always.
+    Building& Open(const std::string& folder, const std::string& relativePath) {
+        if (last_ && last_->key.first == folder && last_->key.second == relativePath) return *last_;
+        FileKey key{folder, relativePath};
         auto found = open_.find(key);
-        if (found != open_.end()) return found->second;
+        if (found == open_.end()) found = Start(key);
+        last_ = &found->second;
+        return *last_;
+    }
+
+    std::map<FileKey, Building>::iterator Start(const FileKey& key) {
         std::string place = PlaceOf(source_, key.first, key.second);
         try {
             CheckRelativePath(key.second, key.first + "[\"" + key.second + "\"]");
@@ -173,9 +195,10 @@ private:
         fs::path path = staging_ / key.first / key.second;
         MakeFolder(path.parent_path());
         platform_.Start();
-        return open_.emplace(std::piecewise_construct, std::forward_as_tuple(key),
-                             std::forward_as_tuple(path.string(), place))
-            .first->second;
+        return open_
+            .emplace(std::piecewise_construct, std::forward_as_tuple(key),
+                     std::forward_as_tuple(path.string(), place, key))
+            .first;
     }
 
     fs::path staging_;
@@ -183,6 +206,7 @@ private:
     PlatformForDatabases& platform_;
     const Json& root_;
     std::map<FileKey, Building> open_;
+    Building* last_ = nullptr;
     std::set<FileKey> made_;
 };
 
@@ -209,9 +233,7 @@ void Build(const std::string& scenarioPath, const fs::path& staging, const fs::p
     StreamedDatabases streamed(staging, scenarioPath, platform, root);
     Scenario scenario;
     try {
-        nsfdb::ParseJsonFile(
-            scenarioPath, [&](const nsfdb::JsonPath& where, const Json& value) { return streamed.Take(where, value); },
-            root);
+        nsfdb::ParseJsonFile(scenarioPath, streamed, root);
         scenario = ScenarioFromJson(root);
     } catch (const nsfdb::PlacedError&) {
         throw;
