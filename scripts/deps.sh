@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(build-essential cmake ninja-build pkg-config
           libgtest-dev libgmock-dev libbenchmark-dev
-          libsqlite3-dev sqlite3 libicu-dev nlohmann-json3-dev)
+          libsqlite3-dev sqlite3 libicu-dev nlohmann-json3-dev rapidjson-dev)
 # "deps.sh fuzz": also clang and its runtime libraries, which hold libFuzzer.
 if [ "${1:-}" = fuzz ]; then
   packages+=(clang libclang-rt-dev)

@@ -1,17 +1,20 @@
-// A JSON parser for the common case of a large, well-formed file: it gives a handler the same
-// events as nlohmann's sax_parse, several times faster, and stops (QuickParser::Stopped) at the
-// first thing it leaves to that parser: any fault, or a number it does not convert itself. Every
-// event it has given is one nlohmann's parser gives at the same point, so the full parser can
-// take over from the start of the file by passing over events() events, and then reports a
+// The fast path of reading a large JSON file: RapidJSON's SAX reader gives a handler the same
+// events as nlohmann's sax_parse, several times faster, and stops (Parse returns false) at the
+// first thing it leaves to nlohmann's parser: any fault, or a number it does not convert itself.
+// Every event it has given is one nlohmann's parser gives at the same point, so the full parser
+// can take over from the start of the file by passing over events() events, and then reports a
 // fault with its own message and position.
 #ifndef NSFDB_JSONQUICKPARSER_H
 #define NSFDB_JSONQUICKPARSER_H
 
+#include <rapidjson/filereadstream.h>
+#include <rapidjson/reader.h>
+
 #include <cerrno>
+#include <clocale>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <clocale>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -20,8 +23,6 @@ namespace nsfdb {
 
 class QuickParser {
 public:
-    struct Stopped {};
-
     using ReadError = void (*)();
 
     // Reads from file's current position; readError is called (and throws) when reading fails.
@@ -31,313 +32,104 @@ public:
     // given).
     template <typename Handler>
     bool Parse(Handler& handler) {
-        try {
-            Document(handler);
-            return true;
-        } catch (const Stopped&) {
-            return false;
-        }
+        if (!SkipByteOrderMark()) return false;
+        rapidjson::FileReadStream in(file_, buffer_.data(), buffer_.size());
+        Events<Handler> events{handler, events_, {}};
+        rapidjson::Reader reader;
+        constexpr unsigned kFlags = rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag |
+                                    rapidjson::kParseNumbersAsStringsFlag;
+        bool done = !reader.Parse<kFlags>(in, events).IsError();
+        if (!done && std::ferror(file_)) readError_();
+        return done;
     }
 
     size_t events() const { return events_; }
 
 private:
+    // RapidJSON's callbacks, as the handler's events. A callback answering false ends the parse.
     template <typename Handler>
-    void Document(Handler& handler) {
-        if (Peek() == 0xEF) {  // a byte order mark, skipped without an event
-            for (int byte : {0xEF, 0xBB, 0xBF}) {
-                if (Peek() != byte) Stop();
-                ++at_;
+    struct Events {
+        Handler& handler;
+        size_t& given;
+        std::string text;
+
+        // Counts an event the handler took; a handler that answers false ends the parse as the
+        // full parser would, which is left to say what happens then.
+        bool Give(bool accepted) {
+            ++given;
+            return accepted;
+        }
+        bool Null() { return Give(handler.null()); }
+        bool Bool(bool value) { return Give(handler.boolean(value)); }
+        bool Int(int) { return false; }  // numbers all come as text (kParseNumbersAsStringsFlag)
+        bool Uint(unsigned) { return false; }
+        bool Int64(int64_t) { return false; }
+        bool Uint64(uint64_t) { return false; }
+        bool Double(double) { return false; }
+        bool RawNumber(const char* digits, rapidjson::SizeType length, bool) {
+            text.assign(digits, length);
+            return Number();
+        }
+        bool String(const char* chars, rapidjson::SizeType length, bool) {
+            if (!Take(chars, length)) return false;
+            return Give(handler.string(text));
+        }
+        bool Key(const char* chars, rapidjson::SizeType length, bool) {
+            if (!Take(chars, length)) return false;
+            return Give(handler.key(text));
+        }
+        bool StartObject() { return Give(handler.start_object(size_t(-1))); }
+        bool EndObject(rapidjson::SizeType) { return Give(handler.end_object()); }
+        bool StartArray() { return Give(handler.start_array(size_t(-1))); }
+        bool EndArray(rapidjson::SizeType) { return Give(handler.end_array()); }
+
+        // The input is checked to be UTF-8, so an encoded surrogate in a string came from a
+        // \u escape that is not a pair, which the full parser refuses.
+        bool Take(const char* chars, rapidjson::SizeType length) {
+            text.assign(chars, length);
+            for (size_t i = 0; i + 1 < text.size(); ++i)
+                if (static_cast<unsigned char>(text[i]) == 0xED && static_cast<unsigned char>(text[i + 1]) >= 0xA0)
+                    return false;
+            return true;
+        }
+
+        // A number as the full parser reads it: a sign only for the negative whole numbers; whole
+        // numbers beyond 64 bits (which it reads as floating point) are left to it.
+        bool Number() {
+            bool whole = text.find_first_of(".eE") == std::string::npos;
+            errno = 0;
+            char* end = nullptr;
+            if (!whole) {
+                if (*std::localeconv()->decimal_point != '.') return false;  // strtod would read the text otherwise
+                double value = std::strtod(text.c_str(), &end);
+                if (!std::isfinite(value)) return false;
+                return Give(handler.number_float(value, text));
             }
-        }
-        Value(handler);
-        SkipBlanks();
-        if (Peek() != kEnd) Stop();
-    }
-
-    // Values nested in lists and objects are kept on an explicit stack, as deep as the input goes.
-    template <typename Handler>
-    void Value(Handler& handler) {
-        std::vector<bool> inObject;  // one per open container
-        for (;;) {
-            SkipBlanks();
-            int c = Peek();
-            if (c == '{' || c == '[') {
-                ++at_;
-                bool object = c == '{';
-                Give(object ? handler.start_object(size_t(-1)) : handler.start_array(size_t(-1)));
-                SkipBlanks();
-                if (Peek() == (object ? '}' : ']')) {
-                    ++at_;
-                    Give(object ? handler.end_object() : handler.end_array());
-                } else {
-                    inObject.push_back(object);
-                    if (object) Key(handler);
-                    continue;
-                }
-            } else {
-                Scalar(handler, c);
+            if (text[0] == '-') {
+                long long value = std::strtoll(text.c_str(), &end, 10);
+                if (errno == ERANGE) return false;
+                return Give(handler.number_integer(value));
             }
-            // After a complete value: close what ends here, or go on to the next member.
-            for (;;) {
-                if (inObject.empty()) return;
-                SkipBlanks();
-                int next = Peek();
-                ++at_;
-                if (next == ',') {
-                    if (inObject.back()) Key(handler);
-                    break;
-                }
-                if (next != (inObject.back() ? '}' : ']')) Stop();
-                Give(inObject.back() ? handler.end_object() : handler.end_array());
-                inObject.pop_back();
-            }
+            unsigned long long value = std::strtoull(text.c_str(), &end, 10);
+            if (errno == ERANGE) return false;
+            return Give(handler.number_unsigned(value));
         }
+    };
+
+    // A UTF-8 byte order mark is passed over without an event, as the full parser does; false
+    // for a file that starts like one but is not.
+    bool SkipByteOrderMark() {
+        long start = std::ftell(file_);
+        unsigned char head[3] = {0, 0, 0};
+        size_t got = std::fread(head, 1, sizeof head, file_);
+        if (got == 0 && std::ferror(file_)) readError_();
+        if (got > 0 && head[0] == 0xEF) return got == 3 && head[1] == 0xBB && head[2] == 0xBF;
+        return start >= 0 && std::fseek(file_, start, SEEK_SET) == 0;
     }
-
-    template <typename Handler>
-    void Key(Handler& handler) {
-        SkipBlanks();
-        if (Peek() != '"') Stop();
-        ++at_;
-        String();
-        Give(handler.key(text_));
-        SkipBlanks();
-        if (Peek() != ':') Stop();
-        ++at_;
-    }
-
-    template <typename Handler>
-    void Scalar(Handler& handler, int c) {
-        switch (c) {
-            case '"':
-                ++at_;
-                String();
-                Give(handler.string(text_));
-                return;
-            case 't': Literal("true"); Give(handler.boolean(true)); return;
-            case 'f': Literal("false"); Give(handler.boolean(false)); return;
-            case 'n': Literal("null"); Give(handler.null()); return;
-            default: Number(handler, c);
-        }
-    }
-
-    void Literal(const char* word) {
-        for (const char* w = word; *w; ++w) {
-            if (Peek() != static_cast<unsigned char>(*w)) Stop();
-            ++at_;
-        }
-    }
-
-    // A number as the full parser reads it: a sign only for the negative whole numbers; whole
-    // numbers beyond 64 bits (which it reads as floating point) are left to it.
-    template <typename Handler>
-    void Number(Handler& handler, int c) {
-        number_.clear();
-        bool negative = c == '-';
-        if (negative) Take(c);
-        int first = Peek();
-        if (first == '0') {
-            Take(first);
-        } else if (first >= '1' && first <= '9') {
-            Digits();
-        } else {
-            Stop();
-        }
-        bool whole = true;
-        if (Peek() == '.') {
-            whole = false;
-            Take('.');
-            if (!IsDigit(Peek())) Stop();
-            Digits();
-        }
-        if (Peek() == 'e' || Peek() == 'E') {
-            whole = false;
-            Take(Peek());
-            if (Peek() == '+' || Peek() == '-') Take(Peek());
-            if (!IsDigit(Peek())) Stop();
-            Digits();
-        }
-        errno = 0;
-        char* end = nullptr;
-        if (!whole) {
-            if (*std::localeconv()->decimal_point != '.') Stop();  // strtod would read the text otherwise
-            double value = std::strtod(number_.c_str(), &end);
-            if (!std::isfinite(value)) Stop();
-            Give(handler.number_float(value, number_));
-        } else if (negative) {
-            long long value = std::strtoll(number_.c_str(), &end, 10);
-            if (errno == ERANGE) Stop();
-            Give(handler.number_integer(value));
-        } else {
-            unsigned long long value = std::strtoull(number_.c_str(), &end, 10);
-            if (errno == ERANGE) Stop();
-            Give(handler.number_unsigned(value));
-        }
-    }
-
-    static bool IsDigit(int c) { return c >= '0' && c <= '9'; }
-
-    void Digits() {
-        while (IsDigit(Peek())) Take(Peek());
-    }
-
-    void Take(int c) {
-        number_ += static_cast<char>(c);
-        ++at_;
-    }
-
-    // The text of a string after its opening quote, into text_.
-    void String() {
-        text_.clear();
-        for (;;) {
-            const unsigned char* start = buffer_.data() + at_;
-            const unsigned char* p = start;
-            const unsigned char* end = buffer_.data() + size_;
-            while (p < end && *p >= 0x20 && *p < 0x80 && *p != '"' && *p != '\\') ++p;
-            text_.append(reinterpret_cast<const char*>(start), static_cast<size_t>(p - start));
-            at_ += static_cast<size_t>(p - start);
-            int c = Peek();
-            if (c == '"') {
-                ++at_;
-                return;
-            }
-            if (c == '\\') {
-                ++at_;
-                Escape();
-            } else if (c >= 0x80) {
-                Utf8Sequence(c);
-            } else if (c < 0x20) {
-                Stop();  // a control character or the end of the input
-            }  // else more plain text, after the next block was read
-        }
-    }
-
-    void Escape() {
-        int c = Peek();
-        ++at_;
-        switch (c) {
-            case '"': text_ += '"'; return;
-            case '\\': text_ += '\\'; return;
-            case '/': text_ += '/'; return;
-            case 'b': text_ += '\b'; return;
-            case 'f': text_ += '\f'; return;
-            case 'n': text_ += '\n'; return;
-            case 'r': text_ += '\r'; return;
-            case 't': text_ += '\t'; return;
-            case 'u': break;
-            default: Stop();
-        }
-        std::uint32_t code = Hex4();
-        if (code >= 0xDC00 && code <= 0xDFFF) Stop();  // a low surrogate alone
-        if (code >= 0xD800 && code <= 0xDBFF) {
-            if (Peek() != '\\') Stop();
-            ++at_;
-            if (Peek() != 'u') Stop();
-            ++at_;
-            std::uint32_t low = Hex4();
-            if (low < 0xDC00 || low > 0xDFFF) Stop();
-            code = 0x10000 + ((code - 0xD800) << 10) + (low - 0xDC00);
-        }
-        AppendUtf8(code);
-    }
-
-    std::uint32_t Hex4() {
-        std::uint32_t code = 0;
-        for (int i = 0; i < 4; ++i) {
-            int c = Peek();
-            ++at_;
-            int digit = c >= '0' && c <= '9'   ? c - '0'
-                        : c >= 'a' && c <= 'f' ? c - 'a' + 10
-                        : c >= 'A' && c <= 'F' ? c - 'A' + 10
-                                               : -1;
-            if (digit < 0) Stop();
-            code = (code << 4) | static_cast<std::uint32_t>(digit);
-        }
-        return code;
-    }
-
-    void AppendUtf8(std::uint32_t code) {
-        if (code < 0x80) {
-            text_ += static_cast<char>(code);
-        } else if (code < 0x800) {
-            text_ += static_cast<char>(0xC0 | (code >> 6));
-            text_ += static_cast<char>(0x80 | (code & 0x3F));
-        } else if (code < 0x10000) {
-            text_ += static_cast<char>(0xE0 | (code >> 12));
-            text_ += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
-            text_ += static_cast<char>(0x80 | (code & 0x3F));
-        } else {
-            text_ += static_cast<char>(0xF0 | (code >> 18));
-            text_ += static_cast<char>(0x80 | ((code >> 12) & 0x3F));
-            text_ += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
-            text_ += static_cast<char>(0x80 | (code & 0x3F));
-        }
-    }
-
-    // One well-formed UTF-8 sequence (the shortest form, no surrogates, at most U+10FFFF).
-    void Utf8Sequence(int lead) {
-        int low = 0x80, high = 0xBF, more;
-        if (lead >= 0xC2 && lead <= 0xDF) {
-            more = 1;
-        } else if (lead >= 0xE0 && lead <= 0xEF) {
-            more = 2;
-            if (lead == 0xE0) low = 0xA0;
-            if (lead == 0xED) high = 0x9F;
-        } else if (lead >= 0xF0 && lead <= 0xF4) {
-            more = 3;
-            if (lead == 0xF0) low = 0x90;
-            if (lead == 0xF4) high = 0x8F;
-        } else {
-            Stop();
-        }
-        text_ += static_cast<char>(lead);
-        ++at_;
-        for (int i = 0; i < more; ++i) {
-            int c = Peek();
-            if (c < (i == 0 ? low : 0x80) || c > (i == 0 ? high : 0xBF)) Stop();
-            text_ += static_cast<char>(c);
-            ++at_;
-        }
-    }
-
-    void SkipBlanks() {
-        for (;;) {
-            int c = Peek();
-            if (c != ' ' && c != '\t' && c != '\n' && c != '\r') return;
-            ++at_;
-        }
-    }
-
-    static constexpr int kEnd = -1;
-
-    // The next byte (kEnd at the end of the input), reading the next block when needed.
-    int Peek() {
-        if (at_ == size_ && !Refill()) return kEnd;
-        return buffer_[at_];
-    }
-
-    bool Refill() {
-        at_ = 0;
-        size_ = std::fread(buffer_.data(), 1, buffer_.size(), file_);
-        if (size_ == 0 && std::ferror(file_)) readError_();
-        return size_ > 0;
-    }
-
-    // Counts an event the handler took; a handler that answers false ends the parse as the
-    // full parser would, which is left to say what happens then.
-    void Give(bool accepted) {
-        ++events_;
-        if (!accepted) Stop();
-    }
-
-    [[noreturn]] static void Stop() { throw Stopped(); }
 
     std::FILE* file_;
-    std::vector<unsigned char> buffer_;
-    size_t at_ = 0, size_ = 0;
+    std::vector<char> buffer_;
     ReadError readError_;
-    std::string text_, number_;
     size_t events_ = 0;
 };
 
