@@ -21,6 +21,12 @@ using formula_test::Numbers;
 using formula_test::Texts;
 using formula_test::Upper;
 
+// The replaced allocation functions below pair operator new with malloc and operator delete with
+// free; once inlined, GCC takes that pairing for a mismatch.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+#endif
+
 // Allocations made on this thread while counting is on (see EvaluationDoesNotAllocateOnceWarm).
 thread_local bool countAllocations = false;
 thread_local size_t allocations = 0;

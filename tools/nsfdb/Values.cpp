@@ -60,8 +60,8 @@ bool DecodeTextList(const std::string& value, std::vector<std::string>& entries)
     size_t offset = sizeof(WORD) * (1 + static_cast<size_t>(count));
     if (offset > value.size()) return false;
     for (WORD i = 0; i < count; ++i) {
-        WORD length;
-        ReadWord(value, sizeof(WORD) * (1 + static_cast<size_t>(i)), length);
+        WORD length = 0;
+        if (!ReadWord(value, sizeof(WORD) * (1 + static_cast<size_t>(i)), length)) return false;
         if (value.size() - offset < length) return false;
         entries.push_back(value.substr(offset, length));
         offset += length;
