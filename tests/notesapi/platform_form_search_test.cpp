@@ -183,5 +183,37 @@ TEST_F(PlatformFormSearch, NotesChangedByTheCallbackAreReportedOnlyAsTheyAreNow)
 	EXPECT_GT(after.back(), ids.back());
 }
 
+// The callback rewrites a matching note ahead of the walk, through its own handle: when the walk
+// reaches that note, opening it shows the rewrite.
+struct RewritingAhead {
+	DBHANDLE db;
+	NOTEID ahead;
+	std::string subjectSeen;
+	int visits = 0;
+};
+
+STATUS LNCALLBACK RewriteNoteAhead(void* param, SEARCH_MATCH* match, ITEM_TABLE*) {
+	auto* walk = static_cast<RewritingAhead*>(param);
+	SEARCH_MATCH m;
+	std::memcpy(&m, match, sizeof m);
+	if (walk->visits++ == 0)
+		Change(walk->db, walk->ahead, [](NOTEHANDLE note) { NSFItemSetText(note, "Subject", "rewritten", MAXWORD); });
+	if (m.ID.NoteID == walk->ahead) walk->subjectSeen = TextOf(walk->db, m.ID.NoteID, "Subject");
+	return NOERROR;
+}
+
+TEST_F(PlatformFormSearch, ANoteRewrittenAheadOfTheWalkOpensAsRewritten) {
+	Ids ids;
+	for (int i = 0; i < 40; ++i) ids.push_back(AddForm(db_, "dictionary"));
+	FORMULAHANDLE f = Compile("Form=\"dictionary\"");
+	for (int pass = 0; pass < 2; ++pass) {  // the first search may fill the note map, the second uses it
+		RewritingAhead walk{db_, ids[30 + pass], {}};
+		ASSERT_EQ(NSFSearch(db_, f, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, RewriteNoteAhead, &walk, nullptr), NOERROR);
+		EXPECT_EQ(walk.visits, 40);
+		EXPECT_EQ(walk.subjectSeen, "rewritten") << "pass " << pass;
+	}
+	OSMemFree(f);
+}
+
 }  // namespace
 }  // namespace platform_test

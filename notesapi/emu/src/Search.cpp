@@ -137,8 +137,13 @@ struct Row {
 // A plain range scan of the table: the end of the walk, class and deletion
 // are tested here, in C++, which keeps SQLite's work per row at that of a
 // bare scan.
-const char* kBatch = "SELECT id, head, summary FROM notes WHERE id > ?1 ORDER BY id";
-const char* kOneNote = "SELECT id, head, summary FROM notes WHERE id = ?1";
+const char* kBatch = "SELECT id, head, summary, body FROM notes WHERE id > ?1 ORDER BY id";
+const char* kOneNote = "SELECT id, head, summary, body FROM notes WHERE id = ?1";
+
+// A reported note's row, kept for the callback that opens it next.
+void Keep(const Walk& walk, sqlite3_stmt* st, NOTEID id) {
+	walk.file->KeepRecentRow(id, st, 1);
+}
 
 // Reads the row's header (row.id is set); false when the walk does not
 // report such notes.
@@ -214,6 +219,7 @@ STATUS ReadBatch(const Walk& walk, NoteIndex* filling, NOTEID& lastId, NOTEID ma
 	if (!st) return ERR_IOERROR;
 	sqlite3_bind_int64(st, 1, lastId);
 	batch.clear();
+	walk.file->StartRecentRows();
 	size_t rows = 0;
 	int rc = SQLITE_DONE;
 	Candidate candidate;
@@ -227,7 +233,10 @@ STATUS ReadBatch(const Walk& walk, NoteIndex* filling, NOTEID& lastId, NOTEID ma
 		++rows;
 		row.id = lastId = static_cast<NOTEID>(id);
 		if (filling) PutInIndex(*filling, st, row.id);
-		if (ReadRow(walk, st, row) && Consider(walk, row, candidate)) batch.push_back(std::move(candidate));
+		if (ReadRow(walk, st, row) && Consider(walk, row, candidate)) {
+			batch.push_back(std::move(candidate));
+			Keep(walk, st, row.id);
+		}
 	}
 	more = rows == kBatchSize;
 	sqlite3_reset(st);
@@ -244,8 +253,10 @@ STATUS ReadEach(const Walk& walk, const std::vector<NOTEID>& ids, std::vector<Ca
 		sqlite3_bind_int64(st, 1, id);
 		int rc = sqlite3_step(st);
 		row.id = id;
-		if (rc == SQLITE_ROW && ReadRow(walk, st, row) && Consider(walk, row, candidate))
+		if (rc == SQLITE_ROW && ReadRow(walk, st, row) && Consider(walk, row, candidate)) {
 			batch.push_back(std::move(candidate));
+			Keep(walk, st, id);
+		}
 		sqlite3_reset(st);
 		if (rc != SQLITE_ROW && rc != SQLITE_DONE) return ERR_IOERROR;
 	}
@@ -268,7 +279,10 @@ STATUS ReadRange(const Walk& walk, NOTEID after, const std::vector<NOTEID>& ids,
 		if (next == ids.size() || ids[next] != id) continue;
 		++next;
 		row.id = id;
-		if (ReadRow(walk, st, row) && Consider(walk, row, candidate)) batch.push_back(std::move(candidate));
+		if (ReadRow(walk, st, row) && Consider(walk, row, candidate)) {
+			batch.push_back(std::move(candidate));
+			Keep(walk, st, id);
+		}
 	}
 	sqlite3_reset(st);
 	return rc == SQLITE_ROW || rc == SQLITE_DONE ? NOERROR : ERR_IOERROR;
@@ -291,6 +305,7 @@ STATUS ReadIndexedBatch(const Walk& walk, const NoteIndex& index, NOTEID& lastId
 	lastId = span.reached;
 	more = span.more;
 	batch.clear();
+	walk.file->StartRecentRows();
 	if (ids.empty()) return NOERROR;
 	return ids.size() * kRangeShareDivisor > span.looked ? ReadRange(walk, after, ids, batch)
 	                                                      : ReadEach(walk, ids, batch);

@@ -45,15 +45,18 @@ void ColumnStruct(sqlite3_stmt* st, int index, T& out) {
 	if (p && n > 0) std::memcpy(&out, p, std::min(static_cast<size_t>(n), sizeof(T)));
 }
 
-// The items of one blob column, as views into the statement's row.
-void ViewColumn(sqlite3_stmt* st, int column, std::vector<StoredItemView>& out) {
+// The items of an encoded blob, as views into it.
+void ViewBlob(const void* blob, size_t size, std::vector<StoredItemView>& out) {
 	out.clear();
-	const void* blob = sqlite3_column_blob(st, column);
-	if (!blob) return;
-	ForEachStoredItem(blob, static_cast<size_t>(sqlite3_column_bytes(st, column)), [&](const StoredItemView& v) {
+	if (!blob || size == 0) return;
+	ForEachStoredItem(blob, size, [&](const StoredItemView& v) {
 		out.push_back(v);
 		return true;
 	});
+}
+
+void ViewColumn(sqlite3_stmt* st, int column, std::vector<StoredItemView>& out) {
+	ViewBlob(sqlite3_column_blob(st, column), static_cast<size_t>(sqlite3_column_bytes(st, column)), out);
 }
 
 Item ItemOf(const StoredItemView& v) {
@@ -337,6 +340,7 @@ STATUS DbFile::CommitGroup() {
 void DbFile::ForgetUndone() {
 	ForgetHeads();
 	DropNoteIndex();
+	StartRecentRows();
 }
 
 void DbFile::ForgetRows() {
@@ -622,6 +626,19 @@ STATUS DbFile::ReadNote(NOTEID id, bool withItems, StoredNote& out) {
 			return NOERROR;
 		}
 	}
+	if (const RecentRow* row = FindRecentRow(id)) {
+		const BYTE* at = recentBytes_.data() + row->at;
+		NoteHead head{};
+		std::memcpy(&head, at, std::min(row->headSize, sizeof head));
+		RememberHead(id, head);
+		FillFromHead(id, head, out);
+		if (withItems && !out.deleted) {
+			ViewBlob(at + row->headSize, row->summarySize, summaryViews_);
+			ViewBlob(at + row->headSize + row->summarySize, row->bodySize, bodyViews_);
+			MergeByOrdinal(summaryViews_, bodyViews_, out.items);
+		}
+		return NOERROR;
+	}
 	sqlite3_stmt* st = Prepare(withItems ? "SELECT head, summary, body FROM notes WHERE id = ?1"
 	                                     : "SELECT head FROM notes WHERE id = ?1");
 	if (!st) return ERR_IOERROR;
@@ -760,7 +777,40 @@ void DbFile::DropNoteIndex() {
 	++noteIndexEpoch_;
 }
 
+void DbFile::StartRecentRows() {
+	recentRows_.clear();
+	recentBytes_.clear();
+}
+
+void DbFile::KeepRecentRow(NOTEID id, sqlite3_stmt* st, int headColumn) {
+	if (!recentRows_.empty() && recentRows_.back().id >= id) return;
+	size_t sizes[3];
+	const void* blobs[3];
+	size_t total = 0;
+	for (int i = 0; i < 3; ++i) {
+		blobs[i] = sqlite3_column_blob(st, headColumn + i);
+		sizes[i] = blobs[i] ? static_cast<size_t>(sqlite3_column_bytes(st, headColumn + i)) : 0;
+		total += sizes[i];
+	}
+	if (recentBytes_.size() + total > kRecentRowsBytes) return;
+	RecentRow row{id, recentBytes_.size(), sizes[0], sizes[1], sizes[2]};
+	for (int i = 0; i < 3; ++i) {
+		const BYTE* p = static_cast<const BYTE*>(blobs[i]);
+		if (sizes[i] > 0) recentBytes_.insert(recentBytes_.end(), p, p + sizes[i]);
+	}
+	recentRows_.push_back(row);
+}
+
+const DbFile::RecentRow* DbFile::FindRecentRow(NOTEID id) const {
+	auto it = std::lower_bound(recentRows_.begin(), recentRows_.end(), id,
+	                           [](const RecentRow& row, NOTEID wanted) { return row.id < wanted; });
+	return it != recentRows_.end() && it->id == id ? &*it : nullptr;
+}
+
 void DbFile::RowChanged(NOTEID id) {
+	auto it = std::lower_bound(recentRows_.begin(), recentRows_.end(), id,
+	                           [](const RecentRow& row, NOTEID wanted) { return row.id < wanted; });
+	if (it != recentRows_.end() && it->id == id) recentRows_.erase(it);
 	if (rowChangeLog_.empty()) rowChangeLog_.resize(kRowChangeLogSize);
 	rowChangeLog_[rowChanges_ % kRowChangeLogSize] = id;
 	++rowChanges_;

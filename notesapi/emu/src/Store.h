@@ -184,6 +184,12 @@ public:
 	// Replaces it by an empty one with columns for these fields, for the caller's walk of the rows
 	// up to lastRow to fill.
 	NoteIndex& StartNoteIndex(std::vector<std::string> fields, NOTEID lastRow);
+
+	// Rows a search has just read, kept whole for the notes its callback opens next (ReadNote
+	// takes them from here). Each batch starts afresh; writing a row or rolling a change back
+	// drops what is kept of it.
+	void StartRecentRows();
+	void KeepRecentRow(NOTEID id, sqlite3_stmt* st, int headColumn);
 	// Changes whenever the map is replaced or dropped.
 	uint64_t noteIndexEpoch() const { return noteIndexEpoch_; }
 
@@ -287,6 +293,16 @@ private:
 	CachedHead& HeadSlot(NOTEID id);
 	void RememberHead(NOTEID id, const NoteHead& head);
 	void ForgetHeads();
+	// What KeepRecentRow kept: ascending note IDs, the blobs side by side in one buffer.
+	struct RecentRow {
+		NOTEID id;
+		size_t at;
+		size_t headSize, summarySize, bodySize;
+	};
+	static constexpr size_t kRecentRowsBytes = size_t{16} << 20;
+	std::vector<RecentRow> recentRows_;
+	Bytes recentBytes_;
+	const RecentRow* FindRecentRow(NOTEID id) const;
 	// Scratch space of ReadNote, kept to save allocations.
 	std::vector<StoredItemView> summaryViews_, bodyViews_;
 	std::unique_ptr<NoteIndex> noteIndex_;
