@@ -1,5 +1,6 @@
 // The whole patch on large configuration databases. For each size (default 10,000, 30,000,
-// 100,000 and 300,000 documents; --docs=N runs one size):
+// 100,000 and 300,000 documents; --docs=N runs one size), each measured --runs=N times (default 3;
+// the medians are printed):
 //   1. make_patch_scenario.py writes the example server with rpx/rpconf.nsf grown to that size;
 //   2. "rpxserver init" makes the server folder (timed: documents made per second, peak RSS),
 //      and "nsfdb create" makes the configuration database alone again from its JSON dump
@@ -14,10 +15,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "BenchSupport.h"
@@ -142,13 +145,42 @@ void PrintRow(const Figures& f, const char* note) {
 
 }  // namespace
 
+// Each figure's median over several measurements of one size (the machine's speed varies).
+Figures Median(std::vector<Figures> runs) {
+    Figures out = runs.front();
+    auto middle = [&runs](auto field) {
+        std::vector<std::decay_t<decltype(runs[0].*field)>> values;
+        for (const Figures& f : runs) values.push_back(f.*field);
+        std::sort(values.begin(), values.end());
+        return values[values.size() / 2];
+    };
+    out.initWall = middle(&Figures::initWall);
+    out.initRssKiB = middle(&Figures::initRssKiB);
+    out.createWall = middle(&Figures::createWall);
+    out.createRssKiB = middle(&Figures::createRssKiB);
+    out.cpu = middle(&Figures::cpu);
+    out.wall = middle(&Figures::wall);
+    out.slept = middle(&Figures::slept);
+    out.asked = middle(&Figures::asked);
+    out.runRssKiB = middle(&Figures::runRssKiB);
+    return out;
+}
+
+Figures MeasureMedian(const Tools& tools, const std::string& folder, long long docs, bool debugLog, int runs) {
+    std::vector<Figures> all;
+    for (int i = 0; i < runs; ++i) all.push_back(Measure(tools, folder, docs, debugLog));
+    return Median(all);
+}
+
 int main(int argc, char** argv) {
     long long only = rpxbench::Setting(argc, argv, "docs", "RPX_BENCH_PATCH_DOCS", 0);
+    int runs = static_cast<int>(rpxbench::Setting(argc, argv, "runs", "RPX_BENCH_PATCH_RUNS", 3));
     bool quick = argc == 2 && std::string(argv[1]) == "--quick";
     if (argc > 1 && !quick) {
-        std::fprintf(stderr, "usage: patch_bench [--docs=N | --quick]\n");
+        std::fprintf(stderr, "usage: patch_bench [--docs=N] [--runs=N] | --quick\n");
         return 2;
     }
+    if (quick) runs = 1;
     // Quick: two small sizes, and the task's pauses return at once (they are counted, not slept).
     if (quick) ::setenv("RPX_SLEEP_METER_SKIP", "1", 1);
     std::string self = argv[0];
@@ -167,15 +199,16 @@ int main(int argc, char** argv) {
                 "docs/s", "RSS MiB", "CPU s", "wall s", "asked s", "slept s", "RSS MiB");
     std::vector<Figures> all;
     for (long long docs : sizes) {
-        Figures f = Measure(tools, folder, docs, false);
+        Figures f = MeasureMedian(tools, folder, docs, false, runs);
         PrintRow(f, "");
         all.push_back(f);
     }
     long long logged = 0;
     for (long long docs : sizes)
         if (docs <= 100000) logged = docs;
-    if (logged) PrintRow(Measure(tools, folder, logged, true), "  debug log on");
-    std::printf("run wall s is the task's wall time less the time it slept in its own pauses (slept s).\n");
+    if (logged) PrintRow(MeasureMedian(tools, folder, logged, true, runs), "  debug log on");
+    std::printf("run wall s is the task's wall time less the time it slept in its own pauses (slept s);\n"
+                "each figure is the median of %d measurements.\n", runs);
     if (all.size() >= 2) {
         std::printf("fitted cost per document: %.2f us CPU, %.2f us wall (beyond the waits)\n",
                     Slope(all, &Figures::cpu) * 1e6, Slope(all, &Figures::wall) * 1e6);
