@@ -183,11 +183,12 @@ TEST_F(PlatformFormSearch, NotesChangedByTheCallbackAreReportedOnlyAsTheyAreNow)
 	EXPECT_GT(after.back(), ids.back());
 }
 
-// The callback rewrites a matching note ahead of the walk, through its own handle: when the walk
-// reaches that note, opening it shows the rewrite.
+// The callback opens every note it is given and, at the note before `ahead`, rewrites `ahead`
+// through its own handle: when the walk reaches that note (read in the same batch), opening it
+// shows the rewrite.
 struct RewritingAhead {
 	DBHANDLE db;
-	NOTEID ahead;
+	NOTEID before, ahead;
 	std::string subjectSeen;
 	int visits = 0;
 };
@@ -196,20 +197,25 @@ STATUS LNCALLBACK RewriteNoteAhead(void* param, SEARCH_MATCH* match, ITEM_TABLE*
 	auto* walk = static_cast<RewritingAhead*>(param);
 	SEARCH_MATCH m;
 	std::memcpy(&m, match, sizeof m);
-	if (walk->visits++ == 0)
+	++walk->visits;
+	if (m.ID.NoteID == walk->before)
 		Change(walk->db, walk->ahead, [](NOTEHANDLE note) { NSFItemSetText(note, "Subject", "rewritten", MAXWORD); });
-	if (m.ID.NoteID == walk->ahead) walk->subjectSeen = TextOf(walk->db, m.ID.NoteID, "Subject");
+	std::string subject = TextOf(walk->db, m.ID.NoteID, "Subject");
+	if (m.ID.NoteID == walk->ahead) walk->subjectSeen = subject;
 	return NOERROR;
 }
 
 TEST_F(PlatformFormSearch, ANoteRewrittenAheadOfTheWalkOpensAsRewritten) {
-	Ids ids;
-	for (int i = 0; i < 40; ++i) ids.push_back(AddForm(db_, "dictionary"));
+	Ids dictionaries;
+	for (int i = 0; i < 3200; ++i) {
+		NOTEID id = AddForm(db_, i % 2 == 0 ? "dictionary" : "memo");
+		if (i % 2 == 0) dictionaries.push_back(id);
+	}
 	FORMULAHANDLE f = Compile("Form=\"dictionary\"");
-	for (int pass = 0; pass < 2; ++pass) {  // the first search may fill the note map, the second uses it
-		RewritingAhead walk{db_, ids[30 + pass], {}};
+	for (int pass = 0; pass < 3; ++pass) {  // the first search may fill the note map, later ones use it
+		RewritingAhead walk{db_, dictionaries[1499 + pass], dictionaries[1500 + pass], {}};
 		ASSERT_EQ(NSFSearch(db_, f, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, RewriteNoteAhead, &walk, nullptr), NOERROR);
-		EXPECT_EQ(walk.visits, 40);
+		EXPECT_EQ(walk.visits, 1600);
 		EXPECT_EQ(walk.subjectSeen, "rewritten") << "pass " << pass;
 	}
 	OSMemFree(f);

@@ -137,12 +137,18 @@ struct Row {
 // A plain range scan of the table: the end of the walk, class and deletion
 // are tested here, in C++, which keeps SQLite's work per row at that of a
 // bare scan.
-const char* kBatch = "SELECT id, head, summary, body FROM notes WHERE id > ?1 ORDER BY id";
-const char* kOneNote = "SELECT id, head, summary, body FROM notes WHERE id = ?1";
+const char* kBatch = "SELECT id, head, summary FROM notes WHERE id > ?1 ORDER BY id";
+const char* kOneNote = "SELECT id, head, summary FROM notes WHERE id = ?1";
+// The same reading whole rows, for a walk whose callback opens the notes it is given: their rows
+// are kept for it (DbFile::KeepRecentRow).
+const char* kWholeBatch = "SELECT id, head, summary, body FROM notes WHERE id > ?1 ORDER BY id";
+const char* kWholeNote = "SELECT id, head, summary, body FROM notes WHERE id = ?1";
 
-// A reported note's row, kept for the callback that opens it next.
-void Keep(const Walk& walk, sqlite3_stmt* st, NOTEID id) {
-	walk.file->KeepRecentRow(id, st, 1);
+// Adds a reported note to the batch, keeping its row when asked to.
+void Report(const Walk& walk, sqlite3_stmt* st, NOTEID id, bool keep, Candidate& candidate,
+            std::vector<Candidate>& batch) {
+	batch.push_back(std::move(candidate));
+	if (keep) walk.file->KeepRecentRow(id, st, 1);
 }
 
 // Reads the row's header (row.id is set); false when the walk does not
@@ -214,8 +220,8 @@ void PutInIndex(NoteIndex& index, sqlite3_stmt* st, NOTEID id) {
 
 // Reads the next batch of rows after lastId, putting each in `filling` when there is one.
 STATUS ReadBatch(const Walk& walk, NoteIndex* filling, NOTEID& lastId, NOTEID maxId, std::vector<Candidate>& batch,
-                 bool& more) {
-	sqlite3_stmt* st = walk.file->Prepare(kBatch);
+                 bool& more, bool keep) {
+	sqlite3_stmt* st = walk.file->Prepare(keep ? kWholeBatch : kBatch);
 	if (!st) return ERR_IOERROR;
 	sqlite3_bind_int64(st, 1, lastId);
 	batch.clear();
@@ -233,10 +239,7 @@ STATUS ReadBatch(const Walk& walk, NoteIndex* filling, NOTEID& lastId, NOTEID ma
 		++rows;
 		row.id = lastId = static_cast<NOTEID>(id);
 		if (filling) PutInIndex(*filling, st, row.id);
-		if (ReadRow(walk, st, row) && Consider(walk, row, candidate)) {
-			batch.push_back(std::move(candidate));
-			Keep(walk, st, row.id);
-		}
+		if (ReadRow(walk, st, row) && Consider(walk, row, candidate)) Report(walk, st, row.id, keep, candidate, batch);
 	}
 	more = rows == kBatchSize;
 	sqlite3_reset(st);
@@ -244,19 +247,17 @@ STATUS ReadBatch(const Walk& walk, NoteIndex* filling, NOTEID& lastId, NOTEID ma
 }
 
 // The candidates' rows one by one.
-STATUS ReadEach(const Walk& walk, const std::vector<NOTEID>& ids, std::vector<Candidate>& batch) {
+STATUS ReadEach(const Walk& walk, const std::vector<NOTEID>& ids, std::vector<Candidate>& batch, bool keep) {
 	Candidate candidate;
 	Row row;
 	for (NOTEID id : ids) {
-		sqlite3_stmt* st = walk.file->Prepare(kOneNote);
+		sqlite3_stmt* st = walk.file->Prepare(keep ? kWholeNote : kOneNote);
 		if (!st) return ERR_IOERROR;
 		sqlite3_bind_int64(st, 1, id);
 		int rc = sqlite3_step(st);
 		row.id = id;
-		if (rc == SQLITE_ROW && ReadRow(walk, st, row) && Consider(walk, row, candidate)) {
-			batch.push_back(std::move(candidate));
-			Keep(walk, st, id);
-		}
+		if (rc == SQLITE_ROW && ReadRow(walk, st, row) && Consider(walk, row, candidate))
+			Report(walk, st, id, keep, candidate, batch);
 		sqlite3_reset(st);
 		if (rc != SQLITE_ROW && rc != SQLITE_DONE) return ERR_IOERROR;
 	}
@@ -265,8 +266,9 @@ STATUS ReadEach(const Walk& walk, const std::vector<NOTEID>& ids, std::vector<Ca
 
 // The candidates' rows from one scan of the range after `after`, passing over the other rows
 // without reading them: cheaper than looking each up when they are a good share of the range.
-STATUS ReadRange(const Walk& walk, NOTEID after, const std::vector<NOTEID>& ids, std::vector<Candidate>& batch) {
-	sqlite3_stmt* st = walk.file->Prepare(kBatch);
+STATUS ReadRange(const Walk& walk, NOTEID after, const std::vector<NOTEID>& ids, std::vector<Candidate>& batch,
+                 bool keep) {
+	sqlite3_stmt* st = walk.file->Prepare(keep ? kWholeBatch : kBatch);
 	if (!st) return ERR_IOERROR;
 	sqlite3_bind_int64(st, 1, after);
 	Candidate candidate;
@@ -279,10 +281,7 @@ STATUS ReadRange(const Walk& walk, NOTEID after, const std::vector<NOTEID>& ids,
 		if (next == ids.size() || ids[next] != id) continue;
 		++next;
 		row.id = id;
-		if (ReadRow(walk, st, row) && Consider(walk, row, candidate)) {
-			batch.push_back(std::move(candidate));
-			Keep(walk, st, id);
-		}
+		if (ReadRow(walk, st, row) && Consider(walk, row, candidate)) Report(walk, st, id, keep, candidate, batch);
 	}
 	sqlite3_reset(st);
 	return rc == SQLITE_ROW || rc == SQLITE_DONE ? NOERROR : ERR_IOERROR;
@@ -293,7 +292,7 @@ constexpr size_t kRangeShareDivisor = 4;
 
 // Reads the next batch of notes after lastId that the map cannot rule out.
 STATUS ReadIndexedBatch(const Walk& walk, const NoteIndex& index, NOTEID& lastId, NOTEID maxId,
-                        std::vector<Candidate>& batch, bool& more) {
+                        std::vector<Candidate>& batch, bool& more, bool keep) {
 	// Classes the formula does not apply to are reported whatever their fields hold.
 	WORD alwaysRead = (walk.flags & SEARCH_DATAONLY_FORMULA) ? static_cast<WORD>(~NOTE_CLASS_DATA) : WORD{0};
 	int column = walk.choiceField.empty() ? -1 : index.ColumnOf(walk.choiceField);
@@ -307,8 +306,8 @@ STATUS ReadIndexedBatch(const Walk& walk, const NoteIndex& index, NOTEID& lastId
 	batch.clear();
 	walk.file->StartRecentRows();
 	if (ids.empty()) return NOERROR;
-	return ids.size() * kRangeShareDivisor > span.looked ? ReadRange(walk, after, ids, batch)
-	                                                      : ReadEach(walk, ids, batch);
+	return ids.size() * kRangeShareDivisor > span.looked ? ReadRange(walk, after, ids, batch, keep)
+	                                                      : ReadEach(walk, ids, batch, keep);
 }
 
 // The connection's note map when complete, for a walk that may use one.
@@ -389,15 +388,17 @@ STATUS RunSearch(DBHANDLE hDB, const Walk& walk, NSFSEARCHPROC routine, void* pa
 	std::vector<Candidate> batch;
 	NOTEID lastId = 0;
 	bool more = true;
+	bool keepRows = false;
 	while (more) {
 		const NoteIndex* index = UsableIndex(walk);
 		NoteIndex* filled = index ? nullptr : filling.current(*walk.file);
-		STATUS s = index ? ReadIndexedBatch(walk, *index, lastId, maxId, batch, more)
-		                 : ReadBatch(walk, filled, lastId, maxId, batch, more);
+		STATUS s = index ? ReadIndexedBatch(walk, *index, lastId, maxId, batch, more, keepRows)
+		                 : ReadBatch(walk, filled, lastId, maxId, batch, more, keepRows);
 		if (s) return s;
 		// Every row is in; the ones made from here on are put in as they are written.
 		if (!more && filled) filled->MarkComplete();
 		ChangedRows changed(walk.file->rowChanges());
+		const uint64_t opensBefore = walk.file->noteReads();
 		for (Candidate& candidate : batch) {
 			if (changed.Has(*walk.file, candidate.match.ID.NoteID) && !Refresh(walk, candidate)) continue;
 			ITEM_TABLE* summary =
@@ -411,6 +412,9 @@ STATUS RunSearch(DBHANDLE hDB, const Walk& walk, NSFSEARCHPROC routine, void* pa
 			DatabaseObject* db;
 			if (STATUS s = FindDatabase(hDB, db)) return s;
 		}
+		// Whole rows are read and kept for the next batch only while the callback opens most of
+		// the notes it is given; a walk whose callback does not pays nothing for them.
+		keepRows = !batch.empty() && (walk.file->noteReads() - opensBefore) * 2 >= batch.size();
 	}
 	return NOERROR;
 }

@@ -619,6 +619,7 @@ void DbFile::ForgetHeads() {
 }
 
 STATUS DbFile::ReadNote(NOTEID id, bool withItems, StoredNote& out) {
+	if (withItems) ++noteReads_;
 	if (!withItems) {
 		const CachedHead& cached = HeadSlot(id);
 		if (cached.id == id && id != 0) {

@@ -190,6 +190,8 @@ public:
 	// drops what is kept of it.
 	void StartRecentRows();
 	void KeepRecentRow(NOTEID id, sqlite3_stmt* st, int headColumn);
+	// Notes read with their items (ReadNote), counted.
+	uint64_t noteReads() const { return noteReads_; }
 	// Changes whenever the map is replaced or dropped.
 	uint64_t noteIndexEpoch() const { return noteIndexEpoch_; }
 
@@ -301,6 +303,7 @@ private:
 	};
 	static constexpr size_t kRecentRowsBytes = size_t{16} << 20;
 	std::vector<RecentRow> recentRows_;
+	uint64_t noteReads_ = 0;
 	Bytes recentBytes_;
 	const RecentRow* FindRecentRow(NOTEID id) const;
 	// Scratch space of ReadNote, kept to save allocations.
