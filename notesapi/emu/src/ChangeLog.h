@@ -42,7 +42,6 @@ public:
 	bool Append(const std::vector<unsigned char>& payload);
 	// Bytes of records written in this epoch.
 	size_t used() const { return end_ - kHeaderSize; }
-	uint64_t epoch() const { return epoch_; }
 	const std::string& path() const { return path_; }
 	// Empties the log for the next epoch (the old records stay on disk but are stale).
 	void Restart(uint64_t epoch);

@@ -412,12 +412,7 @@ uint64_t DbFile::ReadEpoch() {
 }
 
 STATUS DbFile::StoreEpoch(uint64_t epoch) {
-	sqlite3_stmt* st = Prepare("INSERT OR REPLACE INTO meta(key, value) VALUES('changeLogEpoch', ?1)");
-	if (!st) return ERR_IOERROR;
-	sqlite3_bind_int64(st, 1, static_cast<sqlite3_int64>(epoch));
-	STATUS s = SqlStatus(sqlite3_step(st));
-	sqlite3_reset(st);
-	return s;
+	return RunWrite(WriteSql::PutMeta, {Text(1, "changeLogEpoch"), Int(2, static_cast<sqlite3_int64>(epoch))});
 }
 
 bool DbFile::ReplayLog() {
@@ -809,9 +804,7 @@ const DbFile::RecentRow* DbFile::FindRecentRow(NOTEID id) const {
 }
 
 void DbFile::RowChanged(NOTEID id) {
-	auto it = std::lower_bound(recentRows_.begin(), recentRows_.end(), id,
-	                           [](const RecentRow& row, NOTEID wanted) { return row.id < wanted; });
-	if (it != recentRows_.end() && it->id == id) recentRows_.erase(it);
+	if (const RecentRow* kept = FindRecentRow(id)) recentRows_.erase(recentRows_.begin() + (kept - recentRows_.data()));
 	if (rowChangeLog_.empty()) rowChangeLog_.resize(kRowChangeLogSize);
 	rowChangeLog_[rowChanges_ % kRowChangeLogSize] = id;
 	++rowChanges_;
