@@ -6,9 +6,12 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <random>
 #include <string>
@@ -302,6 +305,75 @@ TEST(SearchMap, ARolledBackChangeLeavesSearchesRight) {
 	OSMemFree(formula);
 	NSFDbClose(source);
 	NSFDbClose(target);
+}
+
+// A map outlives the connection and serves the next open of the same file, but only while the file
+// is what the map was made from: not after another process changed it (and died with it open), nor
+// after the file was replaced by a copy of another database or by an older copy of itself.
+DBHANDLE OpenFilled(const std::string& path) {
+	DBHANDLE db = NULLHANDLE;
+	EXPECT_EQ(NSFDbOpen(path.c_str(), &db), NOERROR);
+	FORMULAHANDLE formula = Compile("Form=\"dictionary\"");
+	Matches(db, formula, NOTE_CLASS_ALL, 0, false);
+	OSMemFree(formula);
+	return db;
+}
+
+void ChangeInAChildThatDies(const std::string& path, unsigned seed) {
+	pid_t child = fork();
+	if (child == 0) {
+		std::mt19937 random(seed);
+		DBHANDLE db;
+		if (NSFDbOpen(path.c_str(), &db) != NOERROR) _exit(1);
+		std::vector<NOTEID> ids;
+		for (int i = 0; i < 50; ++i) ids.push_back(AddRandomNote(db, random));
+		ChangeAtRandom(db, ids, random, 400);
+		_exit(0);
+	}
+	int status = -1;
+	ASSERT_EQ(waitpid(child, &status, 0), child);
+	ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+}
+
+TEST(SearchMap, AMapKeptAtCloseServesOnlyTheFileItWasMadeFrom) {
+	namespace fs = std::filesystem;
+	const std::string data = gServer + "/data/";
+	std::mt19937 random(21);
+	std::vector<NOTEID> ids;
+	for (const char* name : {"kept.nsf", "kept_other.nsf"}) {
+		ASSERT_EQ(NSFDbCreate(name, DBCLASS_NOTEFILE, FALSE), NOERROR);
+		DBHANDLE db;
+		ASSERT_EQ(NSFDbOpen(name, &db), NOERROR);
+		for (int i = 0; i < 1500; ++i) ids.push_back(AddRandomNote(db, random));
+		NSFDbClose(db);
+	}
+	ids.clear();
+	NSFDbClose(OpenFilled("kept.nsf"));
+	fs::copy_file(data + "kept.nsf", data + "kept_before.nsf");
+
+	DBHANDLE db = OpenFilled("kept.nsf");  // unchanged: the map is taken back, then changed with the file
+	ExpectSameAsFullWalk(db, "reopened");
+	for (int i = 0; i < 20; ++i) ids.push_back(AddRandomNote(db, random));
+	ChangeAtRandom(db, ids, random, 200);
+	NSFDbClose(db);
+	db = OpenFilled("kept.nsf");
+	ExpectSameAsFullWalk(db, "reopened after changes");
+	NSFDbClose(db);
+
+	ChangeInAChildThatDies("kept.nsf", 5);
+	db = OpenFilled("kept.nsf");
+	ExpectSameAsFullWalk(db, "changed by a process that died");
+	NSFDbClose(db);
+
+	fs::copy_file(data + "kept_other.nsf", data + "kept.nsf", fs::copy_options::overwrite_existing);
+	db = OpenFilled("kept.nsf");
+	ExpectSameAsFullWalk(db, "replaced by another database");
+	NSFDbClose(db);
+
+	fs::copy_file(data + "kept_before.nsf", data + "kept.nsf", fs::copy_options::overwrite_existing);
+	db = OpenFilled("kept.nsf");
+	ExpectSameAsFullWalk(db, "replaced by an older copy");
+	NSFDbClose(db);
 }
 
 }  // namespace

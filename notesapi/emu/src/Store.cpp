@@ -5,6 +5,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <random>
 #include <string>
 
 #include "Store.h"
@@ -30,6 +31,26 @@ constexpr const char* kSchema =
 std::map<std::string, std::weak_ptr<DbFile>>& Registry() {
 	static auto* registry = new std::map<std::string, std::weak_ptr<DbFile>>;
 	return *registry;
+}
+
+// Note maps kept from closed files, the latest last.
+struct KeptNoteIndex {
+	std::string path;
+	uint64_t token;
+	std::unique_ptr<NoteIndex> index;
+};
+
+std::vector<KeptNoteIndex>& KeptNoteIndexes() {
+	static auto* kept = new std::vector<KeptNoteIndex>;
+	return *kept;
+}
+
+uint64_t NewIndexToken() {
+	static std::mt19937_64 generator(std::random_device{}() ^ (static_cast<uint64_t>(::getpid()) << 32));
+	uint64_t token;
+	do token = generator();
+	while (token == 0);
+	return token;
 }
 
 template <typename T>
@@ -119,10 +140,17 @@ DbFile::~DbFile() {
 	bool committed = true;
 	if (bulkLoad_) SetBulkLoad(false);
 	else if (groupOpen_) committed = CommitGroup() == NOERROR;
+	uint64_t token = 0;
+	std::unique_ptr<NoteIndex> index = committed ? NoteIndexToKeep(token) : nullptr;
 	for (auto& entry : statements_) sqlite3_finalize(entry.second);
 	sqlite3_close(db_);
 	// A log whose group did not reach the file is kept: the next open applies it.
 	log_.Stop(committed);
+	if (index) {
+		auto& kept = KeptNoteIndexes();
+		if (kept.size() >= kKeptNoteIndexes) kept.erase(kept.begin());
+		kept.push_back({path_, token, std::move(index)});
+	}
 	auto& registry = Registry();
 	auto it = registry.find(path_);
 	if (it != registry.end() && it->second.expired()) registry.erase(it);
@@ -203,6 +231,8 @@ STATUS DbFile::Open(const std::string& path, std::shared_ptr<DbFile>& out) {
 	file->epoch_ = file->ReadEpoch();
 	// A log that could not be applied is kept for a later open; changes are then committed one by one.
 	file->logged_ = file->ReplayLog();
+	file->openToken_ = file->ReadIndexToken();
+	file->TakeKeptNoteIndex();
 	// Reads run inside the group (one read transaction, not one per statement); the first change
 	// makes it a write transaction.
 	if (file->logged_) file->OpenGroup();
@@ -268,6 +298,14 @@ STATUS DbFile::Begin() {
 		record_.clear();
 	}
 	recordMarks_.push_back(record_.size());
+	// Part of the change, so rolled back with it.
+	if (changeDepth() == 1 && openToken_ != 0 && !openTokenCleared_) {
+		if (STATUS s = StoreIndexToken(0)) {
+			Rollback();
+			return s;
+		}
+		openTokenCleared_ = true;
+	}
 	return NOERROR;
 }
 
@@ -297,6 +335,8 @@ STATUS DbFile::Commit() {
 void DbFile::Rollback() {
 	if (changeDepth() <= 0) return;
 	ForgetUndone();
+	// The change may have been the one that cleared the token; clearing it again is harmless.
+	if (changeDepth() == 1) openTokenCleared_ = false;
 	if (transactionDepth_ > 1) {
 		Run(kRollbackTo);
 		Run(kRelease);
@@ -350,6 +390,7 @@ void DbFile::ForgetRows() {
 
 void DbFile::AbandonGroup() {
 	Run(kRollback);
+	openTokenCleared_ = false;
 	ForgetRows();
 	transactionDepth_ = 0;
 	groupOpen_ = false;
@@ -413,6 +454,44 @@ uint64_t DbFile::ReadEpoch() {
 
 STATUS DbFile::StoreEpoch(uint64_t epoch) {
 	return RunWrite(WriteSql::PutMeta, {Text(1, "changeLogEpoch"), Int(2, static_cast<sqlite3_int64>(epoch))});
+}
+
+uint64_t DbFile::ReadIndexToken() {
+	sqlite3_stmt* st = Prepare("SELECT value FROM meta WHERE key = 'noteIndexToken'");
+	uint64_t token = 0;
+	if (st && sqlite3_step(st) == SQLITE_ROW) token = static_cast<uint64_t>(sqlite3_column_int64(st, 0));
+	if (st) sqlite3_reset(st);
+	return token;
+}
+
+STATUS DbFile::StoreIndexToken(uint64_t token) {
+	return RunWrite(WriteSql::PutMeta, {Text(1, "noteIndexToken"), Int(2, static_cast<sqlite3_int64>(token))});
+}
+
+std::unique_ptr<NoteIndex> DbFile::NoteIndexToKeep(uint64_t& token) {
+	if (!noteIndex_ || !noteIndex_->complete() || transactionDepth_ != 0) return nullptr;
+	if (openToken_ != 0 && !openTokenCleared_) {
+		token = openToken_;
+		return std::move(noteIndex_);
+	}
+	token = NewIndexToken();
+	if (Run(kBegin) != SQLITE_OK) return nullptr;
+	if (StoreIndexToken(token) != NOERROR || Run(kCommit) != SQLITE_OK) {
+		Run(kRollback);
+		return nullptr;
+	}
+	return std::move(noteIndex_);
+}
+
+void DbFile::TakeKeptNoteIndex() {
+	auto& kept = KeptNoteIndexes();
+	auto it = std::find_if(kept.begin(), kept.end(), [this](const KeptNoteIndex& k) { return k.path == path_; });
+	if (it == kept.end()) return;
+	if (openToken_ != 0 && it->token == openToken_) {
+		noteIndex_ = std::move(it->index);
+		++noteIndexEpoch_;
+	}
+	kept.erase(it);
 }
 
 bool DbFile::ReplayLog() {
@@ -779,7 +858,10 @@ void DbFile::StartRecentRows() {
 }
 
 void DbFile::KeepRecentRow(NOTEID id, sqlite3_stmt* st, int headColumn) {
-	if (!recentRows_.empty() && recentRows_.back().id >= id) return;
+	if (!recentRows_.empty() && recentRows_.back().id >= id) {
+		if (recentRows_.back().id != id || !recentRows_.back().dropped) return;
+		recentRows_.pop_back();
+	}
 	size_t sizes[3];
 	const void* blobs[3];
 	size_t total = 0;
@@ -789,7 +871,7 @@ void DbFile::KeepRecentRow(NOTEID id, sqlite3_stmt* st, int headColumn) {
 		total += sizes[i];
 	}
 	if (recentBytes_.size() + total > kRecentRowsBytes) return;
-	RecentRow row{id, recentBytes_.size(), sizes[0], sizes[1], sizes[2]};
+	RecentRow row{id, recentBytes_.size(), sizes[0], sizes[1], sizes[2], false};
 	for (int i = 0; i < 3; ++i) {
 		const BYTE* p = static_cast<const BYTE*>(blobs[i]);
 		if (sizes[i] > 0) recentBytes_.insert(recentBytes_.end(), p, p + sizes[i]);
@@ -800,11 +882,12 @@ void DbFile::KeepRecentRow(NOTEID id, sqlite3_stmt* st, int headColumn) {
 const DbFile::RecentRow* DbFile::FindRecentRow(NOTEID id) const {
 	auto it = std::lower_bound(recentRows_.begin(), recentRows_.end(), id,
 	                           [](const RecentRow& row, NOTEID wanted) { return row.id < wanted; });
-	return it != recentRows_.end() && it->id == id ? &*it : nullptr;
+	return it != recentRows_.end() && it->id == id && !it->dropped ? &*it : nullptr;
 }
 
 void DbFile::RowChanged(NOTEID id) {
-	if (const RecentRow* kept = FindRecentRow(id)) recentRows_.erase(recentRows_.begin() + (kept - recentRows_.data()));
+	// Marked, not erased: the callback changes rows in ascending order, near the front.
+	if (const RecentRow* kept = FindRecentRow(id)) recentRows_[kept - recentRows_.data()].dropped = true;
 	if (rowChangeLog_.empty()) rowChangeLog_.resize(kRowChangeLogSize);
 	rowChangeLog_[rowChanges_ % kRowChangeLogSize] = id;
 	++rowChanges_;

@@ -180,6 +180,10 @@ public:
 	static constexpr int kBulkGroupSize = 20000;
 
 	// The in-memory map of this file's notes that searches use (NoteIndex.h); null when there is none.
+	// A complete map outlives the connection: the last close keeps it, with a random token that it
+	// also stores in the file, and the next open of the path takes it back if the file still holds
+	// that token. A connection's first change clears the stored token, so a file changed since (in
+	// this process or another) never matches. At most kKeptNoteIndexes maps are kept.
 	NoteIndex* noteIndex() { return noteIndex_.get(); }
 	// Replaces it by an empty one with columns for these fields, for the caller's walk of the rows
 	// up to lastRow to fill.
@@ -264,6 +268,13 @@ private:
 	uint64_t ReadEpoch();
 	STATUS StoreEpoch(uint64_t epoch);
 	void DropNoteIndex();
+	uint64_t ReadIndexToken();
+	STATUS StoreIndexToken(uint64_t token);
+	// After the last commit: the map to keep, with the token the file now holds; null when the map
+	// is incomplete or the token cannot be stored.
+	std::unique_ptr<NoteIndex> NoteIndexToKeep(uint64_t& token);
+	void TakeKeptNoteIndex();
+	static constexpr size_t kKeptNoteIndexes = 8;
 	void RowChanged(NOTEID id);
 	static constexpr size_t kRowChangeLogSize = 16384;
 
@@ -300,6 +311,7 @@ private:
 		NOTEID id;
 		size_t at;
 		size_t headSize, summarySize, bodySize;
+		bool dropped;  // the row was written since
 	};
 	static constexpr size_t kRecentRowsBytes = size_t{16} << 20;
 	std::vector<RecentRow> recentRows_;
@@ -309,6 +321,8 @@ private:
 	// Scratch space of ReadNote, kept to save allocations.
 	std::vector<StoredItemView> summaryViews_, bodyViews_;
 	std::unique_ptr<NoteIndex> noteIndex_;
+	uint64_t openToken_ = 0;          // the token the file held at open (0: none)
+	bool openTokenCleared_ = false;   // this connection's changes cleared it
 	uint64_t noteIndexEpoch_ = 0;
 	uint64_t rowChanges_ = 0;
 	uint64_t rowChangesUnknownTo_ = 0;
