@@ -177,7 +177,6 @@ void GetTextListfield(NOTEHANDLE note, const char* item, std::set<std::string>& 
     WORD count = NSFItemGetTextListEntries(note, item);
     for (WORD i = 0; i < count; ++i) {
         char entry[kListEntrySize];
-        std::memset(entry, 0, sizeof entry);
         WORD length = NSFItemGetTextListEntry(note, item, i, entry, sizeof entry - 1);
         entry[length < sizeof entry ? length : sizeof entry - 1] = '\0';
         entries.insert(entry);
