@@ -67,19 +67,20 @@ ChangeLog::~ChangeLog() {
 	Stop(false);
 }
 
-void ChangeLog::ReadRecords(const std::string& path, uint64_t epoch,
+bool ChangeLog::ReadRecords(const std::string& path, uint64_t epoch,
                             const std::function<bool(std::string_view)>& apply) {
 	int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-	if (fd < 0) return;
+	if (fd < 0) return true;
 	struct stat st;
 	char magic[sizeof kMagic];
 	if (::fstat(fd, &st) != 0 || !ReadAll(fd, magic, sizeof magic, 0) ||
 	    std::memcmp(magic, kMagic, sizeof kMagic) != 0) {
 		::close(fd);
-		return;
+		return true;
 	}
 	const size_t fileSize = static_cast<size_t>(st.st_size);
 	std::vector<unsigned char> payload;
+	bool applied = true;
 	for (size_t at = kHeaderSize; at + sizeof(RecordHead) <= fileSize;) {
 		RecordHead head;
 		if (!ReadAll(fd, &head, sizeof head, static_cast<off_t>(at))) break;
@@ -88,10 +89,14 @@ void ChangeLog::ReadRecords(const std::string& path, uint64_t epoch,
 		payload.resize(head.length);
 		if (!ReadAll(fd, payload.data(), head.length, static_cast<off_t>(at + sizeof head))) break;
 		if (Checksum(epoch, payload.data(), payload.size()) != head.checksum) break;
-		if (!apply(std::string_view(reinterpret_cast<const char*>(payload.data()), payload.size()))) break;
+		if (!apply(std::string_view(reinterpret_cast<const char*>(payload.data()), payload.size()))) {
+			applied = false;
+			break;
+		}
 		at += sizeof head + Padded(head.length);
 	}
 	::close(fd);
+	return applied;
 }
 
 bool ChangeLog::Start(const std::string& path, uint64_t epoch, size_t capacity) {

@@ -31,7 +31,8 @@ public:
 
 	// Calls apply(payload) for each intact record of this epoch in the log file at
 	// path, in order, until apply returns false or the records end. No file, no calls.
-	static void ReadRecords(const std::string& path, uint64_t epoch,
+	// False only when apply refused a record.
+	static bool ReadRecords(const std::string& path, uint64_t epoch,
 	                        const std::function<bool(std::string_view)>& apply);
 
 	// Makes an empty log of this epoch at path, with room for `capacity` bytes of

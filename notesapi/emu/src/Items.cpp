@@ -308,9 +308,10 @@ WORD LNPUBLIC NSFItemGetTextListEntries(NOTEHANDLE hNote, const char far* ItemNa
 	NoteObject* note;
 	if (NoteFor(hNote, "NSFItemGetTextListEntries", note) || !ItemName) return 0;
 	Item* item = FindItem(*note, ItemName);
-	std::vector<std::string_view> entries;
-	if (!item || !TextEntries(item->type(), item->value(), item->valueLength(), entries)) return 0;
-	return static_cast<WORD>(entries.size());
+	size_t count = 0;
+	std::string_view unused;
+	if (!item || !TextEntryAt(item->type(), item->value(), item->valueLength(), 0, count, unused)) return 0;
+	return static_cast<WORD>(count);
 }
 
 WORD LNPUBLIC NSFItemGetTextListEntry(NOTEHANDLE hNote, const char far* ItemName, WORD EntryPos,
@@ -320,11 +321,12 @@ WORD LNPUBLIC NSFItemGetTextListEntry(NOTEHANDLE hNote, const char far* ItemName
 	if (NoteFor(hNote, "NSFItemGetTextListEntry", note) || !ItemName || !retBuffer) return 0;
 	retBuffer[0] = '\0';
 	Item* item = FindItem(*note, ItemName);
-	std::vector<std::string_view> entries;
-	if (!item || !TextEntries(item->type(), item->value(), item->valueLength(), entries) ||
-	    EntryPos >= entries.size())
+	size_t count = 0;
+	std::string_view entry;
+	if (!item || !TextEntryAt(item->type(), item->value(), item->valueLength(), EntryPos, count, entry) ||
+	    EntryPos >= count)
 		return 0;
-	return CopyTerminated(entries[EntryPos], retBuffer, BufferLength);
+	return CopyTerminated(entry, retBuffer, BufferLength);
 }
 
 STATUS LNPUBLIC NSFItemCreateTextList(NOTEHANDLE hNote, const char far* ItemName, const char far* Text,

@@ -80,7 +80,9 @@ STATUS OpenNote(const char* call, DBHANDLE hDB, NOTEID noteId, DWORD flags, NOTE
 // unless the whole write succeeds.
 STATUS SaveNote(NoteObject& note, DbFile& file, DWORD flags) {
 	if (SummarySize(note.items) > kMaxSummarySize) return ERR_SUMMARY_TOO_BIG;
-	Transaction tx(file);
+	bool isNew = note.id == NOTEID_ADD || note.id == NOTEID_ADD_OR_REPLACE || note.id == NOTEID_ADD_UNID;
+	// An existing note is written with one statement; a new one may take several.
+	Transaction tx(file, !isNew);
 	if (tx.status()) return tx.status();
 	TIMEDATE now = Now();
 	StoredNote record;
@@ -90,7 +92,6 @@ STATUS SaveNote(NoteObject& note, DbFile& file, DWORD flags) {
 	record.items = note.items;
 	DWORD storedSequence = 0;
 	bool sameUnid = false;
-	bool isNew = note.id == NOTEID_ADD || note.id == NOTEID_ADD_OR_REPLACE || note.id == NOTEID_ADD_UNID;
 	if (isNew) {
 		record.added = now;
 		NOTEID existing = 0;
@@ -150,7 +151,7 @@ STATUS DeleteNote(DbFile& file, NOTEID noteId, WORD flags) {
 	UNID unid = UnidOf(stored.oid);
 	if (STATUS s = CheckCall("NSFNoteDelete", file.path(), &unid)) return s;
 	if (stored.deleted) return ERR_NOTE_DELETED;
-	Transaction tx(file);
+	Transaction tx(file, true);
 	if (tx.status()) return tx.status();
 	STATUS s;
 	if (flags & UPDATE_NOSTUB) {

@@ -80,11 +80,15 @@ void ViewColumn(sqlite3_stmt* st, int column, std::vector<StoredItemView>& out) 
 	ViewBlob(sqlite3_column_blob(st, column), static_cast<size_t>(sqlite3_column_bytes(st, column)), out);
 }
 
-Item ItemOf(const StoredItemView& v) {
+// An item whose value goes into blocks[slot]: the note's items share one allocation of their
+// blocks (each block still owns its bytes).
+Item ItemOf(const StoredItemView& v, const std::shared_ptr<std::vector<Bytes>>& blocks, size_t slot) {
 	Item item;
 	item.name.assign(v.name);
 	item.flags = v.flags;
-	item.block = std::make_shared<Bytes>(v.block, v.block + v.blockLength);
+	Bytes& block = (*blocks)[slot];
+	block.assign(v.block, v.block + v.blockLength);
+	item.block = std::shared_ptr<Bytes>(blocks, &block);
 	return item;
 }
 
@@ -96,11 +100,13 @@ void MergeByOrdinal(std::vector<StoredItemView>& summary, std::vector<StoredItem
 	if (!std::is_sorted(summary.begin(), summary.end(), byOrdinal))
 		std::stable_sort(summary.begin(), summary.end(), byOrdinal);
 	if (!std::is_sorted(body.begin(), body.end(), byOrdinal)) std::stable_sort(body.begin(), body.end(), byOrdinal);
-	out.reserve(summary.size() + body.size());
+	const size_t count = summary.size() + body.size();
+	out.reserve(out.size() + count);
+	auto blocks = std::make_shared<std::vector<Bytes>>(count);
 	auto a = summary.begin(), b = body.begin();
-	while (a != summary.end() || b != body.end()) {
+	for (size_t slot = 0; slot < count; ++slot) {
 		bool takeSummary = b == body.end() || (a != summary.end() && !byOrdinal(*b, *a));
-		out.push_back(ItemOf(takeSummary ? *a++ : *b++));
+		out.push_back(ItemOf(takeSummary ? *a++ : *b++, blocks, slot));
 	}
 }
 
@@ -140,6 +146,7 @@ DbFile::~DbFile() {
 	bool committed = true;
 	if (bulkLoad_) SetBulkLoad(false);
 	else if (groupOpen_) committed = CommitGroup() == NOERROR;
+	if (logStalled_) committed = false;
 	uint64_t token = 0;
 	std::unique_ptr<NoteIndex> index = committed ? NoteIndexToKeep(token) : nullptr;
 	for (auto& entry : statements_) sqlite3_finalize(entry.second);
@@ -280,17 +287,30 @@ int DbFile::Run(const char* sqlText) {
 	return rc == SQLITE_DONE ? SQLITE_OK : rc;
 }
 
-STATUS DbFile::Begin() {
+STATUS DbFile::Begin(bool oneWrite) {
 	if (changeDepth() == 0 && logged_ && !bulkLoad_) {
+		// A statement that failed (a read too) may have taken the group's transaction with it: the
+		// changes it held are in the log.
+		if (groupOpen_ && sqlite3_get_autocommit(db_)) {
+			AbandonGroup();
+			logStalled_ = true;
+		}
 		if (!log_.started() && !log_.Start(ChangeLog::PathFor(path_), epoch_, kLogCapacity)) {
 			// No room for a log: each change is committed on its own from now on.
 			if (STATUS s = CommitGroup()) return s;
 			logged_ = false;
+		} else if (logStalled_) {
+			if (STATUS s = ReapplyLog()) return s;
 		} else if (!groupOpen_) {
 			if (STATUS s = OpenGroup()) return s;
 		}
 	}
-	int rc = Run(transactionDepth_ == 0 ? kBegin : kSavepoint);
+	if (changeDepth() == 0) {
+		const bool clearsToken = openToken_ != 0 && !openTokenCleared_;
+		lightChange_ = oneWrite && groupOpen_ && logged_ && !bulkLoad_ && !clearsToken;
+	}
+	// A single statement is all-or-nothing by itself: a change of one write needs no savepoint.
+	int rc = lightChange_ && changeDepth() == 0 ? SQLITE_OK : Run(transactionDepth_ == 0 ? kBegin : kSavepoint);
 	if (rc != SQLITE_OK) return SqlStatus(rc);
 	++transactionDepth_;
 	if (changeDepth() == 1) {
@@ -312,7 +332,7 @@ STATUS DbFile::Begin() {
 STATUS DbFile::Commit() {
 	if (changeDepth() <= 0) return NOERROR;
 	if (transactionDepth_ > 1) {
-		int rc = Run(kRelease);
+		int rc = lightChange_ && changeDepth() == 1 ? SQLITE_OK : Run(kRelease);
 		if (rc != SQLITE_OK) {
 			Rollback();
 			return SqlStatus(rc);
@@ -337,6 +357,10 @@ void DbFile::Rollback() {
 	ForgetUndone();
 	// The change may have been the one that cleared the token; clearing it again is harmless.
 	if (changeDepth() == 1) openTokenCleared_ = false;
+	if (lightChange_ && changeDepth() == 1) {
+		UndoLightChange();
+		return;
+	}
 	if (transactionDepth_ > 1) {
 		Run(kRollbackTo);
 		Run(kRelease);
@@ -349,6 +373,20 @@ void DbFile::Rollback() {
 	recordMarks_.clear();
 	pendingNextId_ = 0;
 	Run(kRollback);
+}
+
+void DbFile::UndoLightChange() {
+	// Without a savepoint to return to, a write the change made, or a failed statement that took the
+	// group's transaction with it, is undone with the whole group; the log holds the changes it had
+	// accepted, and they are applied again.
+	const bool wrote = record_.size() > recordMarks_.back() || sqlite3_get_autocommit(db_);
+	transactionDepth_ = 1;
+	record_.clear();
+	recordMarks_.clear();
+	lightChange_ = false;
+	if (!wrote) return;
+	AbandonGroup();
+	ReapplyLog();
 }
 
 STATUS DbFile::OpenGroup() {
@@ -498,7 +536,10 @@ bool DbFile::ReplayLog() {
 	const std::string logPath = ChangeLog::PathFor(path_);
 	if (!PathExists(logPath)) return true;
 	if (OpenGroup() != NOERROR) return false;
-	ChangeLog::ReadRecords(logPath, epoch_, [this](std::string_view record) { return ApplyRecord(record); });
+	if (!ChangeLog::ReadRecords(logPath, epoch_, [this](std::string_view record) { return ApplyRecord(record); })) {
+		AbandonGroup();
+		return false;
+	}
 	// Once its records are in the file the log is stale, also if it were found again.
 	STATUS status = StoreEpoch(epoch_ + 1);
 	if (status == NOERROR) status = CommitGroup();
@@ -511,8 +552,12 @@ bool DbFile::ReplayLog() {
 
 STATUS DbFile::ReapplyLog() {
 	if (STATUS s = OpenGroup()) return s;
-	ChangeLog::ReadRecords(log_.path(), epoch_, [this](std::string_view record) { return ApplyRecord(record); });
-	return NOERROR;
+	logStalled_ = !ChangeLog::ReadRecords(log_.path(), epoch_, [this](std::string_view record) { return ApplyRecord(record); });
+	if (!logStalled_) return NOERROR;
+	// Committing only some of the changes the log holds would make the rest stale: none is in the
+	// group until they all can be (the next change tries again; the next open applies the log).
+	AbandonGroup();
+	return ERR_IOERROR;
 }
 
 namespace {

@@ -166,7 +166,9 @@ public:
 	// accepted changes are gathered in one SQLite transaction (a group) and each is
 	// recorded in the change log as it is accepted; the group is committed every
 	// kGroupChanges changes, when the log is nearly full and when the file closes.
-	STATUS Begin();
+	// A change of at most one write statement (oneWrite) takes no savepoint inside a logged group;
+	// undoing it after its write rolls the group back and applies the log again.
+	STATUS Begin(bool oneWrite = false);
 	STATUS Commit();
 	void Rollback();
 	static constexpr int kGroupChanges = 4096;
@@ -251,6 +253,8 @@ private:
 	STATUS CommitGroup();
 	// Rolls the group back (its changes stay in the log, if they are there).
 	void AbandonGroup();
+	// Rollback of a change that took no savepoint.
+	void UndoLightChange();
 	// What a rolled-back change wrote is forgotten by the caches of this connection.
 	void ForgetUndone();
 	// Also walks under way must read every row again: rows changed other than one by one.
@@ -263,7 +267,9 @@ private:
 	// Applies the changes a killed process left in the change log and moves to the next epoch;
 	// false when they could not be committed (the log is kept then).
 	bool ReplayLog();
-	// After the file refused a group: the changes the log holds, applied again in a new group.
+	// After the file refused a group: the changes the log holds, applied again in a new group. When
+	// some cannot be, none is kept in the group and the log is stalled: Begin tries again, and a
+	// close commits nothing and keeps the log for the next open.
 	STATUS ReapplyLog();
 	uint64_t ReadEpoch();
 	STATUS StoreEpoch(uint64_t epoch);
@@ -284,6 +290,8 @@ private:
 	bool groupOpen_ = false;
 	bool logged_ = false;  // changes go through the change log (files opened with Open)
 	bool bulkLoad_ = false;
+	bool logStalled_ = false;
+	bool lightChange_ = false;  // the outermost change under way took no savepoint (Begin's oneWrite)
 	int groupChanges_ = 0;
 	ChangeLog log_;
 	uint64_t epoch_ = 0;
@@ -332,7 +340,7 @@ private:
 // A write transaction that rolls back unless committed.
 class Transaction {
 public:
-	explicit Transaction(DbFile& file) : file_(file), status_(file.Begin()) {}
+	explicit Transaction(DbFile& file, bool oneWrite = false) : file_(file), status_(file.Begin(oneWrite)) {}
 	~Transaction() {
 		if (status_ == NOERROR && !done_) file_.Rollback();
 	}

@@ -31,11 +31,12 @@ Bytes RangeValue(const std::vector<T>& entries) {
 	return out;
 }
 
-}  // namespace
-
-bool TextEntries(WORD type, const BYTE* value, size_t length, std::vector<std::string_view>& out) {
+// Calls f(entry) for each entry of a text or text-list value; false for another type or a damaged
+// list (after the entries before the damage).
+template <typename F>
+bool ForEachTextEntry(WORD type, const BYTE* value, size_t length, F&& f) {
 	if (type == TYPE_TEXT) {
-		out.emplace_back(reinterpret_cast<const char*>(value), length);
+		f(std::string_view(reinterpret_cast<const char*>(value), length));
 		return true;
 	}
 	if (type != TYPE_TEXT_LIST || length < sizeof(LIST)) return false;
@@ -45,10 +46,23 @@ bool TextEntries(WORD type, const BYTE* value, size_t length, std::vector<std::s
 	for (USHORT i = 0; i < count; ++i) {
 		USHORT n = Load<USHORT>(value + sizeof(LIST) + i * sizeof(USHORT));
 		if (at + n > length) return false;
-		out.emplace_back(reinterpret_cast<const char*>(value + at), n);
+		f(std::string_view(reinterpret_cast<const char*>(value + at), n));
 		at += n;
 	}
 	return true;
+}
+
+}  // namespace
+
+bool TextEntries(WORD type, const BYTE* value, size_t length, std::vector<std::string_view>& out) {
+	return ForEachTextEntry(type, value, length, [&out](std::string_view entry) { out.push_back(entry); });
+}
+
+bool TextEntryAt(WORD type, const BYTE* value, size_t length, size_t index, size_t& count, std::string_view& entry) {
+	count = 0;
+	return ForEachTextEntry(type, value, length, [&](std::string_view each) {
+		if (count++ == index) entry = each;
+	});
 }
 
 bool NumberEntries(WORD type, const BYTE* value, size_t length, std::vector<double>& out) {

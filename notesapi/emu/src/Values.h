@@ -14,6 +14,9 @@ namespace emu {
 // Entries of a TEXT (one entry) or TEXT_LIST value; false for other types
 // or a damaged list.
 bool TextEntries(WORD type, const BYTE* value, size_t length, std::vector<std::string_view>& out);
+// The number of entries of such a value and the entry at `index`, when it has one (entry is left
+// alone otherwise), without building the list.
+bool TextEntryAt(WORD type, const BYTE* value, size_t length, size_t index, size_t& count, std::string_view& entry);
 // Entries of a NUMBER or the list part of a NUMBER_RANGE.
 bool NumberEntries(WORD type, const BYTE* value, size_t length, std::vector<double>& out);
 // Entries of a TIME or the list part of a TIME_RANGE.
