@@ -37,7 +37,7 @@ std::string_view TextOf(const char* text, WORD length) {
 
 Item* FindItem(NoteObject& note, std::string_view name) {
 	for (Item& item : note.items)
-		if (NameEquals(item.name, name)) return &item;
+		if (item.name.size() == name.size() && NameEquals(item.name, name)) return &item;  // most differ in length
 	return nullptr;
 }
 
@@ -220,6 +220,10 @@ WORD LNPUBLIC NSFItemGetText(NOTEHANDLE hNote, const char far* ItemName, char fa
 	retBuffer[0] = '\0';
 	Item* item = ItemName ? FindItem(*note, ItemName) : nullptr;
 	if (!item) return 0;
+	size_t count = 0;
+	std::string_view text;
+	if (TextEntryAt(item->type(), item->value(), item->valueLength(), 0, count, text))
+		return count == 0 ? 0 : CopyTerminated(text, retBuffer, BufferLength - 1u);
 	std::vector<std::string> entries;
 	if (!RenderEntries(item->type(), item->value(), item->valueLength(), entries) || entries.empty()) return 0;
 	return CopyTerminated(entries[0], retBuffer, BufferLength - 1u);
