@@ -7,7 +7,8 @@
 //
 // The connection (DbFile) owns it. It is filled by a search's full walk of the table, kept current
 // by every row the connection writes, and dropped on any rollback, so it never disagrees with the
-// file; nothing of it is stored. While the walk fills it, a change to a row the walk has yet to read
+// file; a complete one is kept when the file closes, for the next open of an unchanged file (see
+// DbFile::noteIndex). While the walk fills it, a change to a row the walk has yet to read
 // is left to the walk, and rows made after the walk began wait aside until it is done, so the walk
 // only ever appends.
 #ifndef EMU_NOTEINDEX_H
