@@ -104,7 +104,7 @@ void Report(const char* setting, long long megabytes, std::vector<Side>& sides) 
 int main(int argc, char** argv) {
     long long megabytes = rpxbench::Setting(argc, argv, "copy-mb", "RPX_BENCH_COPY_MB", 1024);
     long long runs = rpxbench::Setting(argc, argv, "runs", "RPX_BENCH_COPY_RUNS", 7);
-    long long uncachedRuns = rpxbench::Setting(argc, argv, "uncached-runs", "RPX_BENCH_COPY_UNCACHED_RUNS", 3);
+    long long uncachedRuns = rpxbench::Setting(argc, argv, "uncached-runs", "RPX_BENCH_COPY_UNCACHED_RUNS", 31);
     if (argc > 1) {
         std::fprintf(stderr, "usage: copy_bench [--copy-mb=N] [--runs=N] [--uncached-runs=N]\n");
         return 2;
