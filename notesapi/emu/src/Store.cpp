@@ -14,6 +14,9 @@ namespace emu {
 namespace {
 
 constexpr const char* kFormatTag = "notesemu-nsf-1";
+// Meta keys: the change log's epoch, and the token of the note map kept at the last close.
+constexpr const char* kEpochKey = "changeLogEpoch";
+constexpr const char* kIndexTokenKey = "noteIndexToken";
 
 constexpr const char* kSchema =
     "CREATE TABLE meta(key TEXT PRIMARY KEY, value) WITHOUT ROWID;"
@@ -235,10 +238,10 @@ STATUS DbFile::Open(const std::string& path, std::shared_ptr<DbFile>& out) {
 	                kFormatTag;
 	if (st) sqlite3_reset(st);
 	if (!ours) return ERR_NOT_NSF;
-	file->epoch_ = file->ReadEpoch();
+	file->epoch_ = file->ReadMetaNumber(kEpochKey);
 	// A log that could not be applied is kept for a later open; changes are then committed one by one.
 	file->logged_ = file->ReplayLog();
-	file->openToken_ = file->ReadIndexToken();
+	file->openToken_ = file->ReadMetaNumber(kIndexTokenKey);
 	file->TakeKeptNoteIndex();
 	// Reads run inside the group (one read transaction, not one per statement); the first change
 	// makes it a write transaction.
@@ -320,7 +323,7 @@ STATUS DbFile::Begin(bool oneWrite) {
 	recordMarks_.push_back(record_.size());
 	// Part of the change, so rolled back with it.
 	if (changeDepth() == 1 && openToken_ != 0 && !openTokenCleared_) {
-		if (STATUS s = StoreIndexToken(0)) {
+		if (STATUS s = StoreMetaNumber(kIndexTokenKey, 0)) {
 			Rollback();
 			return s;
 		}
@@ -403,7 +406,7 @@ STATUS DbFile::CommitGroup() {
 	if (transactionDepth_ != 1) return ERR_LOCK;
 	STATUS status = StorePendingNextId();
 	const bool logHasRecords = log_.started() && log_.used() > 0;
-	if (status == NOERROR && logHasRecords) status = StoreEpoch(epoch_ + 1);
+	if (status == NOERROR && logHasRecords) status = StoreMetaNumber(kEpochKey, epoch_ + 1);
 	int rc = status == NOERROR ? Run(kCommit) : SQLITE_OK;
 	if (status != NOERROR || rc != SQLITE_OK) {
 		AbandonGroup();
@@ -482,28 +485,18 @@ STATUS DbFile::SetBulkLoad(bool on) {
 	return status;
 }
 
-uint64_t DbFile::ReadEpoch() {
-	sqlite3_stmt* st = Prepare("SELECT value FROM meta WHERE key = 'changeLogEpoch'");
-	uint64_t epoch = 0;
-	if (st && sqlite3_step(st) == SQLITE_ROW) epoch = static_cast<uint64_t>(sqlite3_column_int64(st, 0));
-	if (st) sqlite3_reset(st);
-	return epoch;
+uint64_t DbFile::ReadMetaNumber(const char* key) {
+	sqlite3_stmt* st = Prepare("SELECT value FROM meta WHERE key = ?1");
+	if (!st) return 0;
+	sqlite3_bind_text(st, 1, key, -1, SQLITE_STATIC);
+	uint64_t value = 0;
+	if (sqlite3_step(st) == SQLITE_ROW) value = static_cast<uint64_t>(sqlite3_column_int64(st, 0));
+	sqlite3_reset(st);
+	return value;
 }
 
-STATUS DbFile::StoreEpoch(uint64_t epoch) {
-	return RunWrite(WriteSql::PutMeta, {Text(1, "changeLogEpoch"), Int(2, static_cast<sqlite3_int64>(epoch))});
-}
-
-uint64_t DbFile::ReadIndexToken() {
-	sqlite3_stmt* st = Prepare("SELECT value FROM meta WHERE key = 'noteIndexToken'");
-	uint64_t token = 0;
-	if (st && sqlite3_step(st) == SQLITE_ROW) token = static_cast<uint64_t>(sqlite3_column_int64(st, 0));
-	if (st) sqlite3_reset(st);
-	return token;
-}
-
-STATUS DbFile::StoreIndexToken(uint64_t token) {
-	return RunWrite(WriteSql::PutMeta, {Text(1, "noteIndexToken"), Int(2, static_cast<sqlite3_int64>(token))});
+STATUS DbFile::StoreMetaNumber(const char* key, uint64_t value) {
+	return RunWrite(WriteSql::PutMeta, {Text(1, key), Int(2, static_cast<sqlite3_int64>(value))});
 }
 
 std::unique_ptr<NoteIndex> DbFile::NoteIndexToKeep(uint64_t& token) {
@@ -514,7 +507,7 @@ std::unique_ptr<NoteIndex> DbFile::NoteIndexToKeep(uint64_t& token) {
 	}
 	token = NewIndexToken();
 	if (Run(kBegin) != SQLITE_OK) return nullptr;
-	if (StoreIndexToken(token) != NOERROR || Run(kCommit) != SQLITE_OK) {
+	if (StoreMetaNumber(kIndexTokenKey, token) != NOERROR || Run(kCommit) != SQLITE_OK) {
 		Run(kRollback);
 		return nullptr;
 	}
@@ -541,7 +534,7 @@ bool DbFile::ReplayLog() {
 		return false;
 	}
 	// Once its records are in the file the log is stale, also if it were found again.
-	STATUS status = StoreEpoch(epoch_ + 1);
+	STATUS status = StoreMetaNumber(kEpochKey, epoch_ + 1);
 	if (status == NOERROR) status = CommitGroup();
 	else AbandonGroup();
 	if (status != NOERROR) return false;

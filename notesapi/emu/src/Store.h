@@ -271,11 +271,10 @@ private:
 	// some cannot be, none is kept in the group and the log is stalled: Begin tries again, and a
 	// close commits nothing and keeps the log for the next open.
 	STATUS ReapplyLog();
-	uint64_t ReadEpoch();
-	STATUS StoreEpoch(uint64_t epoch);
+	// A number in the meta table (0 when there is none), and storing one as a write of the change.
+	uint64_t ReadMetaNumber(const char* key);
+	STATUS StoreMetaNumber(const char* key, uint64_t value);
 	void DropNoteIndex();
-	uint64_t ReadIndexToken();
-	STATUS StoreIndexToken(uint64_t token);
 	// After the last commit: the map to keep, with the token the file now holds; null when the map
 	// is incomplete or the token cannot be stored.
 	std::unique_ptr<NoteIndex> NoteIndexToKeep(uint64_t& token);
