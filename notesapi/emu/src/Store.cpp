@@ -291,7 +291,8 @@ int DbFile::Run(const char* sqlText) {
 }
 
 STATUS DbFile::Begin(bool oneWrite) {
-	if (changeDepth() == 0 && logged_ && !bulkLoad_) {
+	const bool outermost = changeDepth() == 0;
+	if (outermost && logged_ && !bulkLoad_) {
 		// A statement that failed (a read too) may have taken the group's transaction with it: the
 		// changes it held are in the log.
 		if (groupOpen_ && sqlite3_get_autocommit(db_)) {
@@ -308,21 +309,19 @@ STATUS DbFile::Begin(bool oneWrite) {
 			if (STATUS s = OpenGroup()) return s;
 		}
 	}
-	if (changeDepth() == 0) {
-		const bool clearsToken = openToken_ != 0 && !openTokenCleared_;
-		lightChange_ = oneWrite && groupOpen_ && logged_ && !bulkLoad_ && !clearsToken;
-	}
+	const bool clearsToken = outermost && HoldsOpenToken();
+	if (outermost) lightChange_ = oneWrite && groupOpen_ && logged_ && !bulkLoad_ && !clearsToken;
 	// A single statement is all-or-nothing by itself: a change of one write needs no savepoint.
-	int rc = lightChange_ && changeDepth() == 0 ? SQLITE_OK : Run(transactionDepth_ == 0 ? kBegin : kSavepoint);
+	int rc = outermost && lightChange_ ? SQLITE_OK : Run(transactionDepth_ == 0 ? kBegin : kSavepoint);
 	if (rc != SQLITE_OK) return SqlStatus(rc);
 	++transactionDepth_;
-	if (changeDepth() == 1) {
+	if (outermost) {
 		pendingAtChangeStart_ = pendingNextId_;
 		record_.clear();
 	}
 	recordMarks_.push_back(record_.size());
 	// Part of the change, so rolled back with it.
-	if (changeDepth() == 1 && openToken_ != 0 && !openTokenCleared_) {
+	if (clearsToken) {
 		if (STATUS s = StoreMetaNumber(kIndexTokenKey, 0)) {
 			Rollback();
 			return s;
@@ -379,10 +378,10 @@ void DbFile::Rollback() {
 }
 
 void DbFile::UndoLightChange() {
-	// Without a savepoint to return to, a write the change made, or a failed statement that took the
-	// group's transaction with it, is undone with the whole group; the log holds the changes it had
-	// accepted, and they are applied again.
-	const bool wrote = record_.size() > recordMarks_.back() || sqlite3_get_autocommit(db_);
+	// Without a savepoint to return to, a write the change made is undone with the whole group; the
+	// log holds the changes the group had accepted, and they are applied again. (A failed statement
+	// that took the group's transaction with it is seen by the next Begin.)
+	const bool wrote = record_.size() > recordMarks_.back();
 	transactionDepth_ = 1;
 	record_.clear();
 	recordMarks_.clear();
@@ -501,7 +500,7 @@ STATUS DbFile::StoreMetaNumber(const char* key, uint64_t value) {
 
 std::unique_ptr<NoteIndex> DbFile::NoteIndexToKeep(uint64_t& token) {
 	if (!noteIndex_ || !noteIndex_->complete() || transactionDepth_ != 0) return nullptr;
-	if (openToken_ != 0 && !openTokenCleared_) {
+	if (HoldsOpenToken()) {
 		token = openToken_;
 		return std::move(noteIndex_);
 	}
@@ -525,14 +524,19 @@ void DbFile::TakeKeptNoteIndex() {
 	kept.erase(it);
 }
 
+bool DbFile::ApplyLogInGroup(const std::string& logPath) {
+	if (OpenGroup() != NOERROR) return false;
+	if (ChangeLog::ReadRecords(logPath, epoch_, [this](std::string_view record) { return ApplyRecord(record); }))
+		return true;
+	// Committing only some of the changes the log holds would make the rest stale.
+	AbandonGroup();
+	return false;
+}
+
 bool DbFile::ReplayLog() {
 	const std::string logPath = ChangeLog::PathFor(path_);
 	if (!PathExists(logPath)) return true;
-	if (OpenGroup() != NOERROR) return false;
-	if (!ChangeLog::ReadRecords(logPath, epoch_, [this](std::string_view record) { return ApplyRecord(record); })) {
-		AbandonGroup();
-		return false;
-	}
+	if (!ApplyLogInGroup(logPath)) return false;
 	// Once its records are in the file the log is stale, also if it were found again.
 	STATUS status = StoreMetaNumber(kEpochKey, epoch_ + 1);
 	if (status == NOERROR) status = CommitGroup();
@@ -544,13 +548,10 @@ bool DbFile::ReplayLog() {
 }
 
 STATUS DbFile::ReapplyLog() {
-	if (STATUS s = OpenGroup()) return s;
-	logStalled_ = !ChangeLog::ReadRecords(log_.path(), epoch_, [this](std::string_view record) { return ApplyRecord(record); });
-	if (!logStalled_) return NOERROR;
-	// Committing only some of the changes the log holds would make the rest stale: none is in the
-	// group until they all can be (the next change tries again; the next open applies the log).
-	AbandonGroup();
-	return ERR_IOERROR;
+	// Until all of it applies, none is in the group: the next change tries again, and the next open
+	// applies the log.
+	logStalled_ = !ApplyLogInGroup(log_.path());
+	return logStalled_ ? ERR_IOERROR : NOERROR;
 }
 
 namespace {

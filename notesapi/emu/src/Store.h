@@ -271,6 +271,9 @@ private:
 	// some cannot be, none is kept in the group and the log is stalled: Begin tries again, and a
 	// close commits nothing and keeps the log for the next open.
 	STATUS ReapplyLog();
+	// Opens a group and applies the log at logPath in it; false, with the group rolled back, when the
+	// group cannot be opened or the file refuses a record.
+	bool ApplyLogInGroup(const std::string& logPath);
 	// A number in the meta table (0 when there is none), and storing one as a write of the change.
 	uint64_t ReadMetaNumber(const char* key);
 	STATUS StoreMetaNumber(const char* key, uint64_t value);
@@ -330,6 +333,7 @@ private:
 	std::unique_ptr<NoteIndex> noteIndex_;
 	uint64_t openToken_ = 0;          // the token the file held at open (0: none)
 	bool openTokenCleared_ = false;   // this connection's changes cleared it
+	bool HoldsOpenToken() const { return openToken_ != 0 && !openTokenCleared_; }
 	uint64_t noteIndexEpoch_ = 0;
 	uint64_t rowChanges_ = 0;
 	uint64_t rowChangesUnknownTo_ = 0;
